@@ -1,0 +1,61 @@
+// What the commands of vlctl share: exit codes, failures and the way commands are added.
+#pragma once
+
+#include "platform/win32.h"
+
+#include <CLI/CLI.hpp>
+
+#include <stdexcept>
+#include <string>
+
+namespace vlt::ctl
+{
+
+// Scripts depend on these numbers. From 64 on they are those of sysexits.
+enum Exit : int {
+    ExitDone = 0,
+    ExitNo = 1,         // the answer is no: not running, no such value, no log for that day
+    ExitFailed = 2,     // the system refused; the message has its code
+    ExitUsage = 64,     // the command line is not understood
+    ExitNoService = 69, // the service is not installed, or its manager cannot be reached
+    ExitNoPermission = 77,
+};
+
+// Ends the command with a message on standard error.
+class CommandError : public std::runtime_error
+{
+public:
+    CommandError(Exit code, const std::string& message) : std::runtime_error(message), m_code(code) {}
+    Exit Code() const noexcept { return m_code; }
+
+private:
+    Exit m_code;
+};
+
+// Throws the CommandError that fits a system error code; the message is "what: text (code)".
+[[noreturn]] void FailWith(DWORD systemError, const std::string& what);
+
+// The system's text for an error code without its line break; "error" when it has none.
+std::string SystemText(DWORD systemError);
+
+// State of one run. Commands set `exit`; they throw for anything but ExitDone and a plain "no".
+struct Run {
+    bool json = false;
+    Exit exit = ExitDone;
+};
+
+constexpr WCHAR ServiceName[] = TEXT("Vlntsrv");
+constexpr WCHAR DisplayName[] = TEXT("Veltrano Realtime Service");
+
+void AddServiceCommands(CLI::App& app, Run& run);
+void AddRegistryCommands(CLI::App& app, Run& run);
+void AddSettingsCommands(CLI::App& app, Run& run);
+void AddLogCommand(CLI::App& app, Run& run);
+
+// The path of the installed service's program, as it was registered. Throws when it is not installed.
+WString InstalledProgram();
+
+// A path cut after its last backslash or slash; empty when it has neither.
+WString FolderOf(const WString& path);
+
+} // namespace vlt::ctl
