@@ -1,0 +1,21 @@
+# Tests of what was built rather than of what it does. Included last, when all targets are known.
+if(WIN32)
+    # The exact names of the product's files; a client loads and starts them by these.
+    add_test(NAME ${VLT_PRESET}.imports
+        COMMAND ${CMAKE_SOURCE_DIR}/cmake/check-programs ${CMAKE_OBJDUMP} ${CMAKE_BINARY_DIR}/bin
+            vlntsrv.exe ArdScan.dll)
+    get_filename_component(import_dir ${CMAKE_FIND_ROOT_PATH}/lib ABSOLUTE)
+    set(objects)
+    foreach(target engine ardcommon realtime service vlntsrv)
+        if(TARGET ${target})
+            list(APPEND objects $<TARGET_OBJECTS:${target}>)
+        endif()
+    endforeach()
+    add_test(NAME ${VLT_PRESET}.api COMMAND_EXPAND_LISTS
+        COMMAND ${CMAKE_SOURCE_DIR}/cmake/check-api imports ${CMAKE_SOURCE_DIR}/platform/api.txt
+            ${CMAKE_NM} ${import_dir} ${objects})
+else()
+    add_test(NAME ${VLT_PRESET}.api
+        COMMAND ${CMAKE_SOURCE_DIR}/cmake/check-api exports ${CMAKE_SOURCE_DIR}/platform/api.txt
+            ${CMAKE_SOURCE_DIR} $<TARGET_FILE:vlt_platform>)
+endif()
