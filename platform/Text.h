@@ -18,4 +18,12 @@ void CopyToField(Char (&field)[N], std::basic_string_view<Char> text)
         field[i] = Char();
 }
 
+// The text of a fixed field: up to its terminator, or the whole field when it has none.
+template <typename Char, std::size_t N>
+constexpr std::basic_string_view<Char> FieldText(const Char (&field)[N])
+{
+    const std::basic_string_view<Char> whole(field, N);
+    return whole.substr(0, whole.find(Char()));
+}
+
 } // namespace vlt

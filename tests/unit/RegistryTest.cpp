@@ -1,0 +1,311 @@
+// The registry functions against the registry of the host.
+#include "ARDCommon/CipheredValue.h"
+#include "ARDCommon/CipheredValueFormat.h"
+#include "ARDCommon/Registry.h"
+#include "platform/Format.h"
+#include "platform/Unique.h"
+#include "tests/support/Support.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+namespace {
+
+using vlt::RegView;
+
+const HKEY kRoot = HKEY_LOCAL_MACHINE;
+const WString kParent = TEXT("Software\\Veltrano\\UnitTest");
+
+// A key of this process alone, gone in both views at the end.
+class Registry : public testing::Test {
+protected:
+    void TearDown() override
+    {
+        for (const RegView view : {RegView::Bits32, RegView::Bits64})
+            vlt::DeleteRegKey(kRoot, kParent.c_str(), m_child.c_str(), view);
+    }
+
+    // A value of any type and bytes, past the functions under test.
+    void Store(const WCHAR* name, DWORD type, const void* data, std::size_t size)
+    {
+        vlt::RegKey key;
+        ASSERT_EQ(RegCreateKeyExW(kRoot, Key(), 0, nullptr, 0, KEY_READ | KEY_WRITE | KEY_WOW64_32KEY, nullptr,
+                                  key.Receive(), nullptr),
+                  LSTATUS{0});
+        ASSERT_EQ(RegSetValueExW(key.Get(), name, 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(size)),
+                  LSTATUS{0});
+    }
+    void StoreText(const WCHAR* name, const WString& text, DWORD type = REG_SZ)
+    {
+        Store(name, type, text.c_str(), (text.size() + 1) * sizeof(WCHAR));
+    }
+
+    LPCWSTR Key() const { return m_key.c_str(); }
+
+    WString m_child = vlt::Format(TEXT("%u"), GetCurrentProcessId());
+    WString m_key = kParent + TEXT("\\") + m_child;
+};
+
+constexpr WCHAR kName[] = TEXT("Value");
+
+WString ReadText(LPCWSTR key, const WCHAR* name, const WCHAR* fallback, DWORD size, bool wanted)
+{
+    std::vector<WCHAR> buffer(size + 8, TEXT('#'));
+    EXPECT_EQ(vlt::GetRegString(kRoot, key, name, fallback, buffer.data(), size), wanted);
+    EXPECT_EQ(WString(buffer.data() + size, 8), WString(8, TEXT('#'))) << "wrote behind the buffer";
+    return buffer.data();
+}
+
+std::string ReadTextA(LPCWSTR key, const char* name, const char* fallback, DWORD size, bool wanted)
+{
+    std::vector<char> buffer(size + 8, '#');
+    EXPECT_EQ(vlt::GetRegStringA(kRoot, key, name, fallback, buffer.data(), size), wanted);
+    EXPECT_EQ(std::string(buffer.data() + size, 8), std::string(8, '#')) << "wrote behind the buffer";
+    return buffer.data();
+}
+
+TEST_F(Registry, NumbersKeepAllTheirBits)
+{
+    EXPECT_TRUE(vlt::SetRegDword(kRoot, Key(), kName, 0xFFFFFFFEu));
+    EXPECT_EQ(vlt::GetRegDword(kRoot, Key(), kName, 7), 0xFFFFFFFEu);
+    EXPECT_TRUE(vlt::SetRegQword(kRoot, Key(), TEXT("Wide"), 0xFEDCBA9876543210u));
+    EXPECT_EQ(vlt::GetRegQword(kRoot, Key(), TEXT("wide"), 7), 0xFEDCBA9876543210u) << "names ignore case";
+}
+
+TEST_F(Registry, NumberOfAnotherTypeOrSizeIsTheDefault)
+{
+    const BYTE bytes[8] = {1, 0, 0, 0, 0, 0, 0, 0};
+    StoreText(TEXT("text"), TEXT("1"));
+    Store(TEXT("binary"), REG_BINARY, bytes, 4);
+    Store(TEXT("short"), REG_DWORD, bytes, 3);
+    Store(TEXT("long"), REG_DWORD, bytes, 8);
+    Store(TEXT("qword"), REG_QWORD, bytes, 8);
+    for (const WCHAR* name : {TEXT("text"), TEXT("binary"), TEXT("short"), TEXT("long"), TEXT("qword"), TEXT("none")})
+        EXPECT_EQ(vlt::GetRegDword(kRoot, Key(), name, 42), 42u);
+
+    Store(TEXT("dword"), REG_DWORD, bytes, 4);
+    Store(TEXT("qword4"), REG_QWORD, bytes, 4);
+    for (const WCHAR* name : {TEXT("text"), TEXT("binary"), TEXT("dword"), TEXT("qword4"), TEXT("none")})
+        EXPECT_EQ(vlt::GetRegQword(kRoot, Key(), name, 42), 42u);
+
+    EXPECT_EQ(vlt::GetRegDword(kRoot, TEXT("Software\\Veltrano\\UnitTest\\absent"), TEXT("dword"), 42), 42u);
+    EXPECT_EQ(vlt::GetRegDword(kRoot, nullptr, TEXT("dword"), 42), 42u);
+    EXPECT_EQ(vlt::GetRegDword(kRoot, Key(), nullptr, 42), 42u);
+}
+
+TEST_F(Registry, TextIsBoundByItsBytesAgainstTheBuffersCharacters)
+{
+    struct {
+        DWORD size;
+        std::size_t fits; // characters without the terminator
+    } const cases[] = {{1538, 768}, {520, 259}, {260, 129}};
+    for (const auto& test : cases) {
+        StoreText(kName, WString(test.fits, TEXT('x')));
+        EXPECT_EQ(ReadText(Key(), kName, TEXT("fallback"), test.size, true), WString(test.fits, TEXT('x')));
+        StoreText(kName, WString(test.fits + 1, TEXT('x')));
+        EXPECT_EQ(ReadText(Key(), kName, TEXT("fallback"), test.size, false), TEXT("fallback"));
+    }
+    StoreText(kName, WString(200000, TEXT('x')));
+    EXPECT_EQ(ReadText(Key(), kName, TEXT("fallback"), 5, false), TEXT("fall")) << "the default is cut to the buffer";
+    EXPECT_EQ(ReadText(Key(), TEXT("absent"), nullptr, 5, false), TEXT(""));
+    WCHAR untouched = TEXT('#');
+    EXPECT_FALSE(vlt::GetRegString(kRoot, Key(), kName, TEXT("x"), &untouched, 0));
+    EXPECT_EQ(untouched, TEXT('#'));
+}
+
+TEST_F(Registry, TextWithoutTerminatorOrOfOddSizeIsTerminated)
+{
+    const WCHAR text[] = TEXT("abc");
+    Store(kName, REG_SZ, text, 6);
+    EXPECT_EQ(ReadText(Key(), kName, TEXT("fallback"), 6, true), TEXT("abc"));
+    Store(kName, REG_SZ, text, 5);
+    EXPECT_EQ(ReadText(Key(), kName, TEXT("fallback"), 5, true), TEXT("ab"));
+    Store(kName, REG_SZ, nullptr, 0);
+    EXPECT_EQ(ReadText(Key(), kName, TEXT("fallback"), 5, true), TEXT(""));
+}
+
+TEST_F(Registry, OnlyPlainTextIsText)
+{
+    for (const DWORD type : {REG_EXPAND_SZ, REG_MULTI_SZ, REG_BINARY, REG_DWORD}) {
+        StoreText(kName, TEXT("text"), type);
+        EXPECT_EQ(ReadText(Key(), kName, TEXT("fallback"), 64, false), TEXT("fallback")) << type;
+        EXPECT_EQ(ReadTextA(Key(), "Value", "fallback", 64, false), "fallback") << type;
+    }
+}
+
+TEST_F(Registry, NarrowTextMayFillItsBuffer)
+{
+    StoreText(kName, WString(255, TEXT('x')));
+    EXPECT_EQ(ReadTextA(Key(), "Value", "fallback", 256, true), std::string(255, 'x'));
+    StoreText(kName, WString(256, TEXT('x')));
+    EXPECT_EQ(ReadTextA(Key(), "Value", "fallback", 256, false), "fallback");
+    EXPECT_EQ(ReadTextA(Key(), "absent", "fallback", 4, false), "fal");
+    EXPECT_EQ(ReadTextA(Key(), nullptr, "fallback", 64, false), "fallback");
+
+    StoreText(kName, TEXT("gr\u00FCn"));
+    char narrow[16] = {};
+    WideCharToMultiByte(CP_ACP, 0, TEXT("gr\u00FCn"), -1, narrow, sizeof(narrow), nullptr, nullptr);
+    EXPECT_EQ(ReadTextA(Key(), "Value", "fallback", 64, true), narrow);
+}
+
+TEST_F(Registry, TextRoundTripInEachView)
+{
+    EXPECT_TRUE(vlt::SetRegString(kRoot, Key(), kName, TEXT("32")));
+    EXPECT_TRUE(vlt::SetRegString(kRoot, Key(), kName, TEXT("64"), RegView::Bits64));
+    WCHAR text[16] = {};
+    EXPECT_TRUE(vlt::GetRegString(kRoot, Key(), kName, TEXT(""), text, 16));
+    EXPECT_EQ(WString(text), TEXT("32"));
+    EXPECT_TRUE(vlt::GetRegString(kRoot, Key(), kName, TEXT(""), text, 16, RegView::Bits64));
+    EXPECT_EQ(WString(text), TEXT("64"));
+    std::vector<BYTE> stored;
+    EXPECT_TRUE(vlt::GetRegBytes(kRoot, Key(), kName, stored));
+    EXPECT_EQ(stored, (std::vector<BYTE>{'3', 0, '2', 0, 0, 0})) << "the terminator is stored";
+}
+
+TEST_F(Registry, ViewsDoNotSeeEachOther)
+{
+    EXPECT_TRUE(vlt::SetRegDword(kRoot, Key(), kName, 1));
+    EXPECT_FALSE(vlt::RegKeyExists(kRoot, Key(), RegView::Bits64));
+    EXPECT_EQ(vlt::GetRegDword(kRoot, Key(), kName, 9, RegView::Bits64), 9u);
+    EXPECT_FALSE(vlt::DeleteRegValue(kRoot, Key(), kName, RegView::Bits64));
+
+    EXPECT_TRUE(vlt::SetRegDword(kRoot, Key(), TEXT("Other"), 2, RegView::Bits64));
+    EXPECT_FALSE(vlt::RegValueExists(kRoot, Key(), TEXT("Other")));
+    EXPECT_TRUE(vlt::DeleteRegKey(kRoot, kParent.c_str(), m_child.c_str(), RegView::Bits64));
+    EXPECT_EQ(vlt::GetRegDword(kRoot, Key(), kName, 9), 1u) << "the other view's key is another key";
+}
+
+TEST_F(Registry, ExistenceAndDeletion)
+{
+    EXPECT_FALSE(vlt::RegKeyExists(kRoot, Key()));
+    EXPECT_FALSE(vlt::RegValueExists(kRoot, Key(), kName));
+    EXPECT_FALSE(vlt::DeleteRegKey(kRoot, kParent.c_str(), m_child.c_str()));
+    EXPECT_TRUE(vlt::SetRegBytes(kRoot, Key(), kName, nullptr, 0));
+    EXPECT_TRUE(vlt::RegValueExists(kRoot, Key(), kName));
+    EXPECT_TRUE(vlt::DeleteRegValue(kRoot, Key(), kName));
+    EXPECT_FALSE(vlt::DeleteRegValue(kRoot, Key(), kName));
+    EXPECT_FALSE(vlt::RegValueExists(kRoot, Key(), kName));
+
+    EXPECT_FALSE(vlt::DeleteRegKey(kRoot, Key(), TEXT(""))) << "an empty name would be the key itself";
+    EXPECT_FALSE(vlt::DeleteRegKey(kRoot, Key(), nullptr));
+    EXPECT_TRUE(vlt::RegKeyExists(kRoot, Key()));
+    EXPECT_TRUE(vlt::DeleteRegKey(kRoot, kParent.c_str(), m_child.c_str()));
+    EXPECT_FALSE(vlt::RegKeyExists(kRoot, Key()));
+}
+
+TEST_F(Registry, BytesOfAnyTypeAndSize)
+{
+    std::vector<BYTE> data(100000);
+    for (std::size_t i = 0; i < data.size(); ++i)
+        data[i] = static_cast<BYTE>(i * 7);
+    EXPECT_TRUE(vlt::SetRegBytes(kRoot, Key(), kName, data.data(), static_cast<DWORD>(data.size())));
+    std::vector<BYTE> read;
+    EXPECT_TRUE(vlt::GetRegBytes(kRoot, Key(), kName, read));
+    EXPECT_EQ(read, data);
+    EXPECT_TRUE(vlt::SetRegBytes(kRoot, Key(), kName, nullptr, 0));
+    EXPECT_TRUE(vlt::GetRegBytes(kRoot, Key(), kName, read));
+    EXPECT_TRUE(read.empty());
+    read.assign(3, 1);
+    EXPECT_FALSE(vlt::GetRegBytes(kRoot, Key(), TEXT("absent"), read));
+    EXPECT_TRUE(read.empty());
+    EXPECT_FALSE(vlt::SetRegBytes(kRoot, Key(), kName, nullptr, 4));
+}
+
+TEST_F(Registry, FileContentIsStoredWholeOrNotAtAll)
+{
+    const vlt::test::TempFolder folder;
+    std::string content(70001, '\0');
+    for (std::size_t i = 0; i < content.size(); ++i)
+        content[i] = static_cast<char>(i * 13);
+    vlt::test::WriteBytes(folder.HostPath("file.bin"), content);
+    const WString file = folder.PathW("file.bin");
+    EXPECT_TRUE(vlt::SetRegFileContent(kRoot, Key(), kName, file.c_str()));
+    std::vector<BYTE> read;
+    EXPECT_TRUE(vlt::GetRegBytes(kRoot, Key(), kName, read));
+    EXPECT_EQ(std::string(read.begin(), read.end()), content);
+
+    EXPECT_FALSE(vlt::SetRegFileContent(kRoot, Key(), TEXT("Other"), folder.PathW("absent.bin").c_str()));
+    EXPECT_FALSE(vlt::SetRegFileContent(kRoot, Key(), TEXT("Other"), folder.PathW().c_str())) << "a folder";
+    {
+        const vlt::FileHandle writer(
+            CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+        ASSERT_TRUE(writer);
+        EXPECT_FALSE(vlt::SetRegFileContent(kRoot, Key(), TEXT("Other"), file.c_str())) << "someone writes it";
+    }
+    EXPECT_FALSE(vlt::RegValueExists(kRoot, Key(), TEXT("Other")));
+}
+
+// Each value written is one letter repeated; a reader must never see two letters, nor another length.
+TEST_F(Registry, ReaderNeverSeesAMixtureOfTwoWrites)
+{
+    std::atomic<bool> stop{false};
+    EXPECT_TRUE(vlt::SetRegString(kRoot, Key(), kName, TEXT("a")));
+    std::thread writer([&] {
+        for (unsigned i = 0; !stop; ++i)
+            vlt::SetRegString(kRoot, Key(), kName,
+                              WString(i % 2 ? 120 : 1, static_cast<WCHAR>(TEXT('a') + i % 26)).c_str());
+    });
+    for (int i = 0; i < 2000; ++i) {
+        WCHAR text[260] = {};
+        if (!vlt::GetRegString(kRoot, Key(), kName, TEXT("default"), text, 260)) {
+            EXPECT_EQ(WString(text), TEXT("default"));
+            continue;
+        }
+        const WString seen = text;
+        EXPECT_TRUE(seen.size() == 1 || seen.size() == 120) << seen.size();
+        EXPECT_EQ(seen, WString(seen.size(), seen[0]));
+        std::vector<BYTE> bytes;
+        if (vlt::GetRegBytes(kRoot, Key(), kName, bytes)) {
+            EXPECT_TRUE(bytes.size() == 4 || bytes.size() == 242) << bytes.size();
+        }
+    }
+    stop = true;
+    writer.join();
+}
+
+TEST_F(Registry, CipheredValue)
+{
+    for (const DWORD value : {0u, 1u, 0x12345678u, 0xFFFFFFFFu}) {
+        DWORD read = 99;
+        EXPECT_EQ(SetRegIntValue(kRoot, Key(), kName, value), LSTATUS{0});
+        EXPECT_EQ(GetRegIntValue(kRoot, Key(), kName, 5, &read), LSTATUS{0});
+        EXPECT_EQ(read, value);
+    }
+    // Bytes made by hand from the description in the header: a reader and a writer that were wrong
+    // in the same way would still agree with each other.
+    const BYTE zero[] = {0x04, 0x03, 0x02, 0x01, 0x1D, 0xB1, 0xC7, 0x61};
+    Store(kName, REG_BINARY, zero, 8);
+    DWORD read = 99;
+    EXPECT_EQ(GetRegIntValue(kRoot, Key(), kName, 5, &read), LSTATUS{0});
+    EXPECT_EQ(read, 0u);
+}
+
+TEST_F(Registry, CipheredValueThatIsNotValidIsTheFallback)
+{
+    const auto bytes = vlt::EncodeCipheredValue(0, 1);
+    BYTE nine[9] = {};
+    const struct {
+        const WCHAR* name;
+        DWORD type;
+        std::size_t size;
+        LSTATUS status;
+    } cases[] = {
+        {TEXT("text"), REG_SZ, 8, 13},      {TEXT("number"), REG_QWORD, 8, 13}, {TEXT("short"), REG_BINARY, 7, 13},
+        {TEXT("empty"), REG_BINARY, 0, 13}, {TEXT("long"), REG_BINARY, 9, 13},
+    };
+    for (const auto& test : cases) {
+        std::copy(bytes.begin(), bytes.end(), nine);
+        Store(test.name, test.type, nine, test.size);
+        DWORD read = 99;
+        EXPECT_EQ(GetRegIntValue(kRoot, Key(), test.name, 1, &read), test.status);
+        EXPECT_EQ(read, 1u);
+    }
+    DWORD read = 99;
+    EXPECT_EQ(GetRegIntValue(kRoot, Key(), TEXT("absent"), 1, &read), LSTATUS{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(read, 1u);
+    EXPECT_EQ(GetRegIntValue(kRoot, TEXT("Software\\Veltrano\\NoKey"), kName, 1, &read), LSTATUS{ERROR_FILE_NOT_FOUND});
+}
+
+} // namespace

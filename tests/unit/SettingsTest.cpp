@@ -1,0 +1,421 @@
+// The settings from the registry to the calls that reach the scan library.
+#include "ARDCommon/CipheredValue.h"
+#include "ARDCommon/ProgramFolder.h"
+#include "ARDCommon/Registry.h"
+#include "ARDCommon/ScanSetting.h"
+#include "platform/Format.h"
+#include "platform/Text.h"
+#include "platform/Unique.h"
+#include "realtime/DefaultExtension.h"
+#include "realtime/Detection.h"
+#include "realtime/Settings.h"
+#include "realtime/State.h"
+#include "tests/support/Support.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+using vlt::SettingId;
+
+const HKEY kRoot = HKEY_LOCAL_MACHINE;
+constexpr WCHAR kProductKey[] = TEXT("Software\\Veltrano\\Ardentis\\15");
+
+// What the library was asked, in order, and the record it got.
+struct Library {
+    std::vector<std::string> calls;
+    AsConfigRecord config{};
+    WString protectedFolders; // with its NULs
+    std::uint32_t listSizes[2] = {};
+    WString extensions; // of ASGetEngineDefaultExtListW
+};
+Library g_library;
+
+std::string PathCall(const char* call, const WCHAR* path)
+{
+    return std::string(call) + (path != nullptr ? " " + vlt::ToNarrow(path) : " (null)");
+}
+
+std::int32_t WINAPI LastError(AsHandle)
+{
+    g_library.calls.push_back("error");
+    return 0;
+}
+std::int32_t WINAPI SetConfig(AsHandle handle, const void* config)
+{
+    EXPECT_EQ(handle, &g_library);
+    g_library.calls.push_back("config");
+    std::memcpy(&g_library.config, config, sizeof(AsConfigRecord));
+    g_library.protectedFolders.clear();
+    if (const WCHAR* text = g_library.config.protectedFolders) {
+        const WCHAR* end = text;
+        while (*end != 0)
+            end += lstrlenW(end) + 1;
+        g_library.protectedFolders.assign(text, end);
+    }
+    return 77;
+}
+std::int32_t WINAPI StartScan(AsHandle)
+{
+    g_library.calls.push_back("start");
+    return 1;
+}
+std::int32_t WINAPI StopScan(AsHandle, std::uint32_t zero)
+{
+    g_library.calls.push_back("stop " + std::to_string(zero));
+    return 1;
+}
+std::int32_t WINAPI SetFile(AsHandle, const WCHAR* path)
+{
+    g_library.calls.push_back(PathCall("file", path));
+    return 1;
+}
+std::int32_t WINAPI SetFolder(AsHandle, const WCHAR* path)
+{
+    g_library.calls.push_back(PathCall("folder", path));
+    return 1;
+}
+// A library that fills the buffer to the last unit when it is just large enough.
+std::int32_t WINAPI GetExtensions(AsHandle, WCHAR* buffer, std::uint32_t* size)
+{
+    const std::uint32_t given = *size;
+    g_library.listSizes[g_library.listSizes[0] != 0] = given;
+    *size = static_cast<std::uint32_t>(g_library.extensions.size());
+    if (*size > given)
+        return 0;
+    g_library.extensions.copy(buffer, *size);
+    return 1;
+}
+
+class Settings : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        Clean();
+        g_library = Library();
+        vlt::ArdScanTable& table = vlt::ScanLibrary();
+        table.ASGetLastError = LastError;
+        table.ASSetConfigW = SetConfig;
+        table.ASStartScan = StartScan;
+        table.ASStopScan = StopScan;
+        table.ASSetExceptionFilePathW = SetFile;
+        table.ASSetExceptionFolderPathW = SetFolder;
+        table.ASGetEngineDefaultExtListW = GetExtensions;
+        vlt::ScanHandle() = &g_library;
+    }
+    void TearDown() override { Clean(); }
+
+    static void Clean()
+    {
+        vlt::DeleteRegKey(kRoot, kProductKey, TEXT("RealTimeScan"));
+        vlt::DeleteRegKey(kRoot, kProductKey, TEXT("Exception"));
+        vlt::DeleteRegKey(kRoot, TEXT("SOFTWARE\\Microsoft\\Office\\11.0\\Excel"), TEXT("InstallRoot"));
+        DeleteFileW((vlt::ProgramFolder() + TEXT("ardentis.ini")).c_str());
+        DeleteFileW((vlt::ProgramFolder() + TEXT("Log\\ard.log")).c_str());
+    }
+
+    static void Set(SettingId id, DWORD value)
+    {
+        ASSERT_TRUE(vlt::SetRegDword(kRoot, vlt::kRealTimeScanKey, vlt::Setting(id).name, value));
+    }
+    static void Set(SettingId id, const WString& value)
+    {
+        ASSERT_TRUE(vlt::SetRegString(kRoot, vlt::kRealTimeScanKey, vlt::Setting(id).name, value.c_str()));
+    }
+    static void SetException(const WCHAR* name, const WString& value)
+    {
+        ASSERT_TRUE(vlt::SetRegString(kRoot, vlt::kExceptionKey, name, value.c_str()));
+    }
+
+    static const AsConfigRecord& Apply()
+    {
+        g_library.calls.clear();
+        EXPECT_EQ(RealtimeSetting(), 77);
+        return g_library.config;
+    }
+};
+
+TEST_F(Settings, DefaultsFillTheRecord)
+{
+    const AsConfigRecord& config = Apply();
+    const WString folder = vlt::ProgramFolder();
+    EXPECT_EQ(config.firstAction, 3u);
+    EXPECT_EQ(config.secondAction, 2u);
+    EXPECT_EQ(WString(config.moveFolder), folder);
+    EXPECT_EQ(WString(config.moveFolder2nd), folder);
+    EXPECT_EQ(WString(config.renameExtension), TEXT(".VIR"));
+    EXPECT_EQ(WString(config.renameExtension2nd), TEXT(".VIR"));
+    EXPECT_EQ(config.cleanBackup, 1u);
+    EXPECT_EQ(WString(config.backupFolder), folder + TEXT("\\backup\\"));
+    EXPECT_EQ(config.zipScan, 0u);
+    EXPECT_EQ(config.protectedFolders, nullptr) << "no Excel: not even the recycle folders";
+    EXPECT_EQ(config.genericMacro, 1u);
+    EXPECT_EQ(config.zipClean, 0u);
+    EXPECT_EQ(config.extractSizeLimit, 0xFFFFFFFFu);
+    EXPECT_EQ(config.extractCountLimit, 0u);
+    EXPECT_EQ(config.encodedBackup, 6u);
+    EXPECT_EQ(config.activeAction, 1u);
+    EXPECT_EQ(config.activeScan, 1u);
+    EXPECT_EQ(config.spywareMask, 0u);
+    EXPECT_EQ(config.scriptTrap, 1u);
+    EXPECT_EQ(config.packTrap, 1u);
+    EXPECT_EQ(config.directionMask, 15u);
+    EXPECT_EQ(WString(config.extensionList), TEXT("*"));
+    EXPECT_EQ(config.monitorNetwork, 1u);
+    EXPECT_EQ((std::array{config.fixed3964, config.fixed3968, config.fixed3972, config.fixed3980}),
+              (std::array<std::uint32_t, 4>{1, 1, 1, 1}));
+    EXPECT_EQ(config.lastScanCallback, nullptr);
+    EXPECT_EQ(config.detectionCallback, &RealTimeScanVirusCallBack);
+    EXPECT_EQ(config.spywareCallback, &RealTimeScanVirusCallBack);
+    EXPECT_EQ(config.detectionContext, nullptr);
+    EXPECT_EQ(config.spywareContext, nullptr);
+}
+
+TEST_F(Settings, EachValueReachesItsOwnField)
+{
+    const struct {
+        SettingId id;
+        std::uint32_t AsConfigRecord::*field;
+    } raw[] = {
+        {SettingId::Action, &AsConfigRecord::firstAction},
+        {SettingId::Action2nd, &AsConfigRecord::secondAction},
+        {SettingId::ActiveAction, &AsConfigRecord::activeAction},
+        {SettingId::ActiveScan, &AsConfigRecord::activeScan},
+        {SettingId::CleanBackup, &AsConfigRecord::cleanBackup},
+        {SettingId::InOut, &AsConfigRecord::directionMask},
+        {SettingId::ZipScan, &AsConfigRecord::zipScan},
+        {SettingId::MonitorNetwork, &AsConfigRecord::monitorNetwork},
+        {SettingId::GenericMacro, &AsConfigRecord::genericMacro},
+        {SettingId::ExtractFileSizeLimit, &AsConfigRecord::extractSizeLimit},
+        {SettingId::ExtractFileCountLimit, &AsConfigRecord::extractCountLimit},
+        {SettingId::SpyThreats, &AsConfigRecord::spywareMask},
+        {SettingId::ScriptTrap, &AsConfigRecord::scriptTrap},
+        {SettingId::PackTrap, &AsConfigRecord::packTrap},
+    };
+    DWORD value = 1000;
+    for (const auto& setting : raw)
+        Set(setting.id, value++);
+    Set(SettingId::ZipScanOnOff, 2);
+    Set(SettingId::Spyware, 1);
+    Set(SettingId::ZipClean, 5);
+    Set(SettingId::MoveDirectory, TEXT("D:\\first\\"));
+    Set(SettingId::MoveDirectory2nd, TEXT("D:\\second"));
+    Set(SettingId::RenameExt, TEXT(".X"));
+
+    const AsConfigRecord& config = Apply();
+    value = 1000;
+    for (const auto& setting : raw)
+        EXPECT_EQ(config.*setting.field, value++) << vlt::ToNarrow(vlt::Setting(setting.id).name);
+    EXPECT_EQ(config.zipClean, 1u);
+    EXPECT_EQ(WString(config.moveFolder), TEXT("D:\\first\\"));
+    EXPECT_EQ(WString(config.moveFolder2nd), TEXT("D:\\second"));
+    EXPECT_EQ(WString(config.backupFolder), TEXT("D:\\first\\\\backup\\"));
+    EXPECT_EQ(WString(config.renameExtension), TEXT(".X"));
+    EXPECT_EQ(WString(config.renameExtension2nd), TEXT(".X"));
+}
+
+TEST_F(Settings, DerivedFields)
+{
+    Set(SettingId::EncodeBackup, 2);
+    Set(SettingId::Spyware, 2);
+    Set(SettingId::SpyThreats, 4);
+    Set(SettingId::ZipScan, 3);
+    Set(SettingId::ActiveAction, 0);
+    EXPECT_EQ(Apply().encodedBackup, 0u);
+    EXPECT_EQ(g_library.config.spywareMask, 0u);
+    EXPECT_EQ(g_library.config.zipScan, 0u) << "the master switch is off";
+    EXPECT_EQ(g_library.config.cleanBackup, 1u) << "action 3 keeps it";
+    Set(SettingId::Action, 5);
+    EXPECT_EQ(Apply().cleanBackup, 0u);
+    Set(SettingId::ActiveAction, 2);
+    EXPECT_EQ(Apply().cleanBackup, 1u);
+}
+
+TEST_F(Settings, TextsAtTheirBounds)
+{
+    Set(SettingId::MoveDirectory, WString(259, TEXT('m')));
+    Set(SettingId::MoveDirectory2nd, WString(260, TEXT('m')));
+    Set(SettingId::RenameExt, WString(260, TEXT('r')));
+    const AsConfigRecord& config = Apply();
+    EXPECT_EQ(WString(config.moveFolder), WString(259, TEXT('m')));
+    EXPECT_EQ(WString(config.backupFolder), WString(259, TEXT('m'))) << "cut to its field";
+    EXPECT_EQ(WString(config.moveFolder2nd), vlt::ProgramFolder());
+    EXPECT_EQ(WString(config.renameExtension), TEXT(".VIR"));
+    Set(SettingId::MoveDirectory, TEXT(""));
+    EXPECT_EQ(WString(Apply().backupFolder), TEXT("\\backup\\")) << "an empty folder was read";
+}
+
+TEST_F(Settings, ExtensionList)
+{
+    const WString list = TEXT(".EXE.COM");
+    Set(SettingId::FileTypeList, list);
+    Set(SettingId::ActiveScan, 0);
+    EXPECT_EQ(WString(Apply().extensionList), list);
+    Set(SettingId::AllFile, 2);
+    EXPECT_EQ(WString(Apply().extensionList), TEXT("*"));
+    Set(SettingId::AllFile, 0);
+
+    for (const std::size_t length : {647u, 648u, 649u, 768u}) {
+        Set(SettingId::FileTypeList, WString(length, TEXT('e')));
+        const AsConfigRecord& config = Apply();
+        const WString field(config.extensionList, std::size(config.extensionList));
+        EXPECT_EQ(field, WString(std::min<std::size_t>(length, 648), TEXT('e')) + WString(length < 648 ? 1 : 0, 0));
+        EXPECT_EQ(config.fixed3964, 1u);
+    }
+    Set(SettingId::FileTypeList, WString(769, TEXT('e')));
+    EXPECT_EQ(WString(Apply().extensionList), TEXT("")) << "too long counts as missing";
+}
+
+TEST_F(Settings, ExceptionsEndAtTheFirstMissingNumber)
+{
+    SetException(TEXT("File1"), TEXT("C:\\b"));
+    SetException(TEXT("Folder0"), TEXT("none"));
+    SetException(TEXT("Folder1"), TEXT(""));
+    SetException(TEXT("Folder2"), TEXT("None"));
+    SetException(TEXT("Folder3"), WString(255, TEXT('x')));
+    SetException(TEXT("Folder4"), WString(256, TEXT('x')));
+    SetException(TEXT("Folder5"), TEXT("C:\\unreached"));
+    Apply();
+    const std::vector<std::string> calls = {
+        "file (null)", "folder (null)", "folder None", "folder " + std::string(255, 'x'), "config", "error",
+        "start",       "error",
+    };
+    EXPECT_EQ(g_library.calls, calls);
+
+    SetException(TEXT("File0"), TEXT("C:\\a"));
+    for (int i = 2; i <= 101; ++i)
+        SetException(vlt::Format(TEXT("File%d"), i).c_str(), TEXT("C:\\f"));
+    std::vector<WString> files{TEXT("kept")};
+    EXPECT_EQ(GetExceptionFileList(files), 1);
+    ASSERT_EQ(files.size(), 101u);
+    EXPECT_EQ(files[0], TEXT("kept"));
+    EXPECT_EQ(files[1], TEXT("C:\\a"));
+    EXPECT_EQ(files[2], TEXT("C:\\b"));
+}
+
+TEST_F(Settings, NoExceptionKey)
+{
+    std::vector<WString> list;
+    EXPECT_EQ(GetExceptionFileList(list), 0);
+    EXPECT_EQ(GetExceptionFolderList(list), 0);
+    EXPECT_TRUE(list.empty());
+}
+
+TEST_F(Settings, DebugLogInItsUsualPlaceIsAnException)
+{
+    const WString ini = vlt::ProgramFolder() + TEXT("ardentis.ini");
+    const WString log = vlt::ProgramFolder() + TEXT("Log\\ard.log");
+    CreateDirectoryW((vlt::ProgramFolder() + TEXT("Log")).c_str(), nullptr);
+    ASSERT_TRUE(vlt::FileHandle(CreateFileW(log.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr)));
+    ASSERT_TRUE(WritePrivateProfileStringW(TEXT("debug"), TEXT("log_path"), log.c_str(), ini.c_str()));
+    SetException(TEXT("File0"), TEXT("C:\\first"));
+    Apply();
+    ASSERT_GE(g_library.calls.size(), 4u);
+    EXPECT_EQ(g_library.calls[2], "file C:\\first");
+    EXPECT_EQ(g_library.calls[3].substr(0, 5), "file ");
+    EXPECT_NE(GetFileAttributesA(g_library.calls[3].substr(5).c_str()), INVALID_FILE_ATTRIBUTES);
+}
+
+TEST_F(Settings, MonitoringIsOnUnlessValidlySwitchedOff)
+{
+    const std::vector<std::string> on = {"file (null)", "folder (null)", "config", "error", "start", "error"};
+    const std::vector<std::string> off = {"file (null)", "folder (null)", "config", "error", "stop 0"};
+    const WCHAR* name = vlt::Setting(SettingId::IOScanE).name;
+    SetRegIntValue(kRoot, vlt::kRealTimeScanKey, name, 0);
+    Apply();
+    EXPECT_EQ(g_library.calls, off);
+    SetRegIntValue(kRoot, vlt::kRealTimeScanKey, name, 2);
+    Apply();
+    EXPECT_EQ(g_library.calls, on);
+    Set(SettingId::IOScanE, DWORD{0}); // a plain number in its place
+    Apply();
+    EXPECT_EQ(g_library.calls, on);
+}
+
+TEST_F(Settings, ExcelFoldersBringTheRecycleFoldersWithThem)
+{
+    const vlt::test::TempFolder office;
+    const WCHAR* key = TEXT("SOFTWARE\\Microsoft\\Office\\11.0\\Excel\\InstallRoot");
+    ASSERT_TRUE(vlt::SetRegString(kRoot, key, TEXT("path"), office.PathW().c_str()));
+    EXPECT_EQ(Apply().protectedFolders, nullptr) << "the folder does not exist";
+
+    const WString folder = office.PathW("XLStart");
+    ASSERT_TRUE(CreateDirectoryW(folder.c_str(), nullptr));
+    std::string list;
+    GetXLStartFolderList("service", list);
+    EXPECT_EQ(list, vlt::ToNarrow(folder) + "\\*");
+    EXPECT_NE(Apply().protectedFolders, nullptr);
+    const WString nul(1, 0);
+    const WString& folders = g_library.protectedFolders;
+    EXPECT_NE(folders.find(TEXT("C:\\Recycled\\") + nul + TEXT("C:\\Recycler\\") + nul), WString::npos);
+    EXPECT_TRUE(folders.ends_with(nul + folder + TEXT("\\") + nul));
+}
+
+TEST_F(Settings, ForbidListKeepsWholeEntriesWithinItsSize)
+{
+    std::string excel;
+    for (int i = 0; i < 100; ++i)
+        excel += "C:\\" + std::string(100, static_cast<char>('a' + i % 26)) + "\\*";
+    const std::string list = MakeVirusForbidList(excel + "**");
+    EXPECT_LE(list.size(), kVirusForbidListSize);
+    EXPECT_GT(list.size(), kVirusForbidListSize - 110);
+    EXPECT_TRUE(list.ends_with(std::string("\\\0\0", 3)));
+    EXPECT_EQ(list.find(std::string(2, '\0')), list.size() - 2) << "an empty entry would end the list";
+    EXPECT_EQ(list.find('*'), std::string::npos);
+}
+
+TEST(ExtensionList, Rewriting)
+{
+    const struct {
+        const char* list;
+        const char* result;
+    } cases[] = {
+        {"", ".{*.WBS"},
+        {"EXE;COM", ".{*EXE.COM.WBS"},
+        {"\"EXE\";\"COM\"", ".{*EXE.COM.WBS"},
+        {"EXE;WBS", ".{*EXE.WBS"},
+        {"EXE;XWBSX", ".{*EXE.XWBSX"},
+        {"EXE;wbs", ".{*EXE.wbs.WBS"},
+        {"EXE;{WBS};COM", ".{*EXE.WBS"},
+        {";{", ".{*.WBS"},
+        {"EXE;", ".{*EXE..WBS"},
+        {"EXE;\"{X}", ".{*EXE.{X}.WBS"},
+        {"W\"BS", ".{*WBS"},
+    };
+    for (const auto& test : cases)
+        EXPECT_EQ(RewriteExtensionList(test.list), test.result) << test.list;
+}
+
+TEST_F(Settings, EngineExtensionsAreStoredWhateverTheirLength)
+{
+    for (const std::size_t length : {3u, 512u, 513u, 5000u}) {
+        g_library.extensions = WString(length, TEXT('E'));
+        g_library.listSizes[0] = g_library.listSizes[1] = 0;
+        EXPECT_EQ(WriteEngineDefaultExtList(&g_library), 1);
+        EXPECT_EQ(g_library.listSizes[0], 512u);
+        EXPECT_EQ(g_library.listSizes[1], length > 512 ? length : 0);
+        std::vector<BYTE> stored;
+        ASSERT_TRUE(vlt::GetRegBytes(kRoot, vlt::kRealTimeScanKey, TEXT("DefaultExtension"), stored));
+        const WString wanted = TEXT(".{*") + WString(length, TEXT('E')) + TEXT(".WBS");
+        ASSERT_EQ(stored.size(), (wanted.size() + 1) * sizeof(WCHAR));
+        EXPECT_EQ(std::memcmp(stored.data(), wanted.c_str(), stored.size()), 0);
+    }
+}
+
+TEST_F(Settings, BrokenEngineLeavesTheStoredExtensionsAlone)
+{
+    Set(SettingId::DefaultExtension, TEXT("old"));
+    vlt::ScanLibrary().ASGetEngineDefaultExtListW = [](AsHandle, WCHAR*, std::uint32_t* size) -> std::int32_t {
+        *size = 0xFFFFFFFF;
+        return 0;
+    };
+    EXPECT_EQ(WriteEngineDefaultExtList(&g_library), 0);
+    WCHAR text[16] = {};
+    EXPECT_TRUE(vlt::GetRegString(kRoot, vlt::kRealTimeScanKey, TEXT("DefaultExtension"), TEXT(""), text, 16));
+    EXPECT_EQ(WString(text), TEXT("old"));
+}
+
+} // namespace
