@@ -3,7 +3,8 @@
 #include "ARDCommon/CipheredValueFormat.h"
 #include "platform/Unique.h"
 
-namespace {
+namespace
+{
 
 LSTATUS QueryCiphered(HKEY root, LPCWSTR subKey, LPCWSTR name, vlt::CipheredBytes& bytes)
 {
@@ -39,9 +40,8 @@ LSTATUS SetRegIntValue(HKEY root, LPCWSTR subKey, LPCWSTR name, DWORD value)
     const vlt::CipheredBytes bytes = vlt::EncodeCipheredValue(value, now.dwLowDateTime ^ GetCurrentProcessId());
 
     vlt::RegKey key;
-    const LSTATUS status =
-        RegCreateKeyExW(root, subKey, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_READ | KEY_WRITE | KEY_WOW64_32KEY,
-                        nullptr, key.Receive(), nullptr);
+    const LSTATUS status = RegCreateKeyExW(root, subKey, 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                           KEY_READ | KEY_WRITE | KEY_WOW64_32KEY, nullptr, key.Receive(), nullptr);
     if (status != ERROR_SUCCESS)
         return status;
     return RegSetValueExW(key.Get(), name, 0, REG_BINARY, bytes.data(), static_cast<DWORD>(bytes.size()));

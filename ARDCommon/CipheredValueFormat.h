@@ -13,7 +13,8 @@
 #include <cstdint>
 #include <span>
 
-namespace vlt {
+namespace vlt
+{
 
 inline constexpr std::size_t kCipheredValueSize = 8;
 using CipheredBytes = std::array<std::uint8_t, kCipheredValueSize>;

@@ -9,7 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace vlt {
+namespace vlt
+{
 
 // Under HKEY_LOCAL_MACHINE.
 inline constexpr const WCHAR* kRealTimeScanKey = TEXT("Software\\Veltrano\\Ardentis\\15\\RealTimeScan");
@@ -71,7 +72,8 @@ struct SettingInfo {
     const char* meaning;
 };
 
-namespace detail {
+namespace detail
+{
 constexpr SettingInfo Number(SettingId id, const WCHAR* name, std::uint32_t fallback, const char* meaning)
 {
     return {id, name, SettingType::Number, fallback, TEXT(""), 4, meaning};
@@ -123,7 +125,8 @@ constexpr const SettingInfo& Setting(SettingId id)
     return kRealTimeSettings[static_cast<std::size_t>(id)];
 }
 
-namespace detail {
+namespace detail
+{
 constexpr bool SettingsAreInOrder()
 {
     for (std::size_t i = 0; i < kRealTimeSettings.size(); ++i)

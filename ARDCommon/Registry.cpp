@@ -5,9 +5,11 @@
 #include <memory>
 #include <new>
 
-namespace vlt {
+namespace vlt
+{
 
-namespace {
+namespace
+{
 
 RegKey OpenKey(HKEY root, LPCWSTR subKey, REGSAM access, RegView view)
 {
@@ -29,8 +31,7 @@ T ReadFixed(HKEY root, LPCWSTR subKey, LPCWSTR name, DWORD wantedType, T fallbac
     T value{};
     DWORD type = REG_NONE;
     DWORD size = sizeof(value);
-    const LSTATUS status =
-        RegQueryValueExW(key.Get(), name, nullptr, &type, reinterpret_cast<LPBYTE>(&value), &size);
+    const LSTATUS status = RegQueryValueExW(key.Get(), name, nullptr, &type, reinterpret_cast<LPBYTE>(&value), &size);
     return status == ERROR_SUCCESS && type == wantedType && size == sizeof(value) ? value : fallback;
 }
 
@@ -156,8 +157,8 @@ bool SetRegFileContent(HKEY root, LPCWSTR subKey, LPCWSTR name, LPCWSTR file)
 {
     if (file == nullptr)
         return false;
-    const FileHandle source(CreateFileW(file, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+    const FileHandle source(
+        CreateFileW(file, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     LARGE_INTEGER size{};
     if (!source || !GetFileSizeEx(source.Get(), &size) || size.QuadPart < 0 || size.QuadPart > 0x7FFFFFFF)
         return false;

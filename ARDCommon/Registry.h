@@ -11,7 +11,8 @@
 
 #include <vector>
 
-namespace vlt {
+namespace vlt
+{
 
 enum class RegView : REGSAM {
     Bits32 = KEY_WOW64_32KEY,

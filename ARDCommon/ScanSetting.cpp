@@ -7,10 +7,10 @@
 
 #include <vector>
 
-namespace {
+namespace
+{
 
-constexpr const WCHAR* kProfileListKey =
-    TEXT("SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\%s");
+constexpr const WCHAR* kProfileListKey = TEXT("SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\%s");
 constexpr const char* kProfileStartFolder = "\\Application Data\\Microsoft\\Excel\\Xlstart\\";
 constexpr const char* kInstallRootValue = "path";
 constexpr const char* kOtherStartFolderValue = "AltStartup";
@@ -86,10 +86,9 @@ WString ExpandVariables(const WString& text)
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t end = text[at] == TEXT('%') ? text.find(TEXT('%'), at + 1) : WString::npos;
         WCHAR value[MAX_PATH] = {};
-        const DWORD length =
-            end == WString::npos
-                ? 0
-                : GetEnvironmentVariableW(text.substr(at + 1, end - at - 1).c_str(), value, MAX_PATH);
+        const DWORD length = end == WString::npos
+                                 ? 0
+                                 : GetEnvironmentVariableW(text.substr(at + 1, end - at - 1).c_str(), value, MAX_PATH);
         if (length > 0 && length < MAX_PATH) {
             result.append(value, length);
             at = end + 1;
@@ -130,7 +129,8 @@ std::string Join(std::string folder, const char* rest)
     return folder + rest;
 }
 
-class FolderCollector {
+class FolderCollector
+{
 public:
     explicit FolderCollector(std::string& folders) : m_folders(folders) {}
 
@@ -178,7 +178,8 @@ void CollectVersion(const ExcelVersion& version, const WString& hive, const std:
 
 } // namespace
 
-namespace vlt {
+namespace vlt
+{
 
 DWORD GetScanSetting(SettingId id)
 {

@@ -5,7 +5,8 @@
 
 #include <string>
 
-namespace vlt {
+namespace vlt
+{
 
 // The value of a Number setting, or its default when it is missing or not a REG_DWORD.
 DWORD GetScanSetting(SettingId id);

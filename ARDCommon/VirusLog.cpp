@@ -6,7 +6,8 @@
 #include "platform/Text.h"
 #include "platform/Unique.h"
 
-namespace {
+namespace
+{
 
 constexpr int kRecordKind = 0x100000;
 constexpr int kRecordVersion = 1;
@@ -41,9 +42,9 @@ LogTexts TextsOf(const AsDetectionRecord& record)
 WString LineOf(const AsDetectionRecord& record, const SYSTEMTIME& now)
 {
     const LogTexts texts = TextsOf(record);
-    WString line = vlt::Format(TEXT("%04d%02d%02d|%02d%02d%02d|%08d|%08d|2|%d|"), int{now.wYear}, int{now.wMonth},
-                               int{now.wDay}, int{now.wHour}, int{now.wMinute}, int{now.wSecond}, kRecordKind,
-                               kRecordVersion, texts.kind);
+    WString line =
+        vlt::Format(TEXT("%04d%02d%02d|%02d%02d%02d|%08d|%08d|2|%d|"), int{now.wYear}, int{now.wMonth}, int{now.wDay},
+                    int{now.wHour}, int{now.wMinute}, int{now.wSecond}, kRecordKind, kRecordVersion, texts.kind);
     line.append(texts.threat).append(TEXT("|")).append(texts.file);
     line += vlt::Format(TEXT("|%d|%d|%d|%d\r\n"), static_cast<int>(record.firstAction),
                         static_cast<int>(record.firstResult), static_cast<int>(record.secondAction),
@@ -104,8 +105,7 @@ bool CVirusLogForRealTimeScan2::WriteVirusLogToFile(const SYSTEMTIME& localTime,
     const DWORD size = static_cast<DWORD>(text.size() * sizeof(WCHAR));
     DWORD written = 0;
     if (!WriteFile(file.Get(), text.data(), size, &written, nullptr)) {
-        VLT_TRACE(20,
-                  "*** CVirusLogForRealTimeScan2::WriteVirusLogToFile() - Failed to WriteFile(). LastError[0x%08x]",
+        VLT_TRACE(20, "*** CVirusLogForRealTimeScan2::WriteVirusLogToFile() - Failed to WriteFile(). LastError[0x%08x]",
                   GetLastError());
         return false;
     }

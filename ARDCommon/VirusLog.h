@@ -16,7 +16,8 @@
 
 // Stateless; callers serialise writes, since another writer of the file is refused (shared for
 // reading only) and its line would be lost.
-class CVirusLogForRealTimeScan2 {
+class CVirusLogForRealTimeScan2
+{
 public:
     // Appends the detection's line. False after one trace line that says what failed; nothing is tried
     // again. Text fields need not be terminated. Throws only std::bad_alloc.

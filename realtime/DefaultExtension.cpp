@@ -8,7 +8,8 @@
 #include <memory>
 #include <new>
 
-namespace {
+namespace
+{
 
 constexpr std::uint32_t kFirstSize = 512;
 // No list is this long; a library that says so is broken, and must not make the service take gigabytes.

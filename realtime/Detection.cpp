@@ -9,11 +9,13 @@
 #include <memory>
 #include <new>
 
-namespace {
+namespace
+{
 
 // One log write at a time, so that lines do not mingle and a new file gets one byte-order mark. Never
 // deleted: a log thread may still be writing when the service ends.
-class VirusLogLock {
+class VirusLogLock
+{
 public:
     VirusLogLock() { EnterCriticalSection(Section()); }
     ~VirusLogLock() { LeaveCriticalSection(Section()); }

@@ -17,7 +17,8 @@
 #include <iterator>
 #include <string_view>
 
-namespace {
+namespace
+{
 
 using vlt::GetScanSetting;
 using vlt::SettingId;

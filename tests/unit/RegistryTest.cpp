@@ -1,7 +1,7 @@
 // The registry functions against the registry of the host.
+#include "ARDCommon/Registry.h"
 #include "ARDCommon/CipheredValue.h"
 #include "ARDCommon/CipheredValueFormat.h"
-#include "ARDCommon/Registry.h"
 #include "platform/Format.h"
 #include "platform/Unique.h"
 #include "tests/support/Support.h"
@@ -11,7 +11,8 @@
 #include <atomic>
 #include <thread>
 
-namespace {
+namespace
+{
 
 using vlt::RegView;
 
@@ -19,7 +20,8 @@ const HKEY kRoot = HKEY_LOCAL_MACHINE;
 const WString kParent = TEXT("Software\\Veltrano\\UnitTest");
 
 // A key of this process alone, gone in both views at the end.
-class Registry : public testing::Test {
+class Registry : public testing::Test
+{
 protected:
     void TearDown() override
     {
@@ -117,7 +119,7 @@ TEST_F(Registry, TextIsBoundByItsBytesAgainstTheBuffersCharacters)
 
 TEST_F(Registry, TextWithoutTerminatorOrOfOddSizeIsTerminated)
 {
-    const WCHAR text[] = TEXT("abc");
+    const WCHAR text[] = TEXT("abcd"); // Windows adds a terminator that stands right behind the bytes
     Store(kName, REG_SZ, text, 6);
     EXPECT_EQ(ReadText(Key(), kName, TEXT("fallback"), 6, true), TEXT("abc"));
     Store(kName, REG_SZ, text, 5);

@@ -1,4 +1,5 @@
 // The settings from the registry to the calls that reach the scan library.
+#include "realtime/Settings.h"
 #include "ARDCommon/CipheredValue.h"
 #include "ARDCommon/ProgramFolder.h"
 #include "ARDCommon/Registry.h"
@@ -8,7 +9,6 @@
 #include "platform/Unique.h"
 #include "realtime/DefaultExtension.h"
 #include "realtime/Detection.h"
-#include "realtime/Settings.h"
 #include "realtime/State.h"
 #include "tests/support/Support.h"
 
@@ -17,7 +17,8 @@
 #include <algorithm>
 #include <cstring>
 
-namespace {
+namespace
+{
 
 using vlt::SettingId;
 
@@ -90,7 +91,8 @@ std::int32_t WINAPI GetExtensions(AsHandle, WCHAR* buffer, std::uint32_t* size)
     return 1;
 }
 
-class Settings : public testing::Test {
+class Settings : public testing::Test
+{
 protected:
     void SetUp() override
     {
@@ -280,8 +282,8 @@ TEST_F(Settings, ExceptionsEndAtTheFirstMissingNumber)
     SetException(TEXT("Folder5"), TEXT("C:\\unreached"));
     Apply();
     const std::vector<std::string> calls = {
-        "file (null)", "folder (null)", "folder None", "folder " + std::string(255, 'x'), "config", "error",
-        "start",       "error",
+        "file (null)", "folder (null)", "folder None", "folder " + std::string(255, 'x'),
+        "config",      "error",         "start",       "error",
     };
     EXPECT_EQ(g_library.calls, calls);
 

@@ -1,6 +1,6 @@
 // The day's virus log and the detection callback in front of it, on real files.
-#include "ARDCommon/ProgramFolder.h"
 #include "ARDCommon/VirusLog.h"
+#include "ARDCommon/ProgramFolder.h"
 #include "platform/Format.h"
 #include "platform/Text.h"
 #include "platform/Unique.h"
@@ -12,7 +12,8 @@
 #include <memory>
 #include <thread>
 
-namespace {
+namespace
+{
 
 using vlt::test::Eventually;
 
@@ -30,7 +31,8 @@ AsDetectionRecord Detection(WStringView threat, WStringView path, WStringView se
 }
 
 // Works on a day that no clock shows, in the Log folder of the test program.
-class VirusLog : public testing::Test {
+class VirusLog : public testing::Test
+{
 protected:
     void SetUp() override { DeleteFileW(FileName().c_str()); }
     void TearDown() override { DeleteFileW(FileName().c_str()); }
@@ -79,15 +81,13 @@ TEST_F(VirusLog, SecondWriterIsRefusedAndAReaderIsNot)
 {
     EXPECT_TRUE(m_log.WriteVirusLogToFile(m_day, TEXT("a\r\n")));
     {
-        const vlt::FileHandle reader(CreateFileW(FileName().c_str(), GENERIC_READ,
-                                                 FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
-                                                 nullptr));
+        const vlt::FileHandle reader(CreateFileW(FileName().c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                                 nullptr, OPEN_EXISTING, 0, nullptr));
         EXPECT_TRUE(m_log.WriteVirusLogToFile(m_day, TEXT("b\r\n")));
     }
     {
-        const vlt::FileHandle writer(CreateFileW(FileName().c_str(), GENERIC_WRITE,
-                                                 FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
-                                                 nullptr));
+        const vlt::FileHandle writer(CreateFileW(FileName().c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                                 nullptr, OPEN_EXISTING, 0, nullptr));
         ASSERT_TRUE(writer);
         EXPECT_FALSE(m_log.WriteVirusLogToFile(m_day, TEXT("lost\r\n")));
     }
@@ -103,10 +103,14 @@ TEST_F(VirusLog, FolderInPlaceOfTheFile)
     EXPECT_TRUE(RemoveDirectoryW(FileName().c_str()));
 }
 
-TEST_F(VirusLog, NullRecordIsRefused) { EXPECT_FALSE(m_log.WriteVirusLog(nullptr)); }
+TEST_F(VirusLog, NullRecordIsRefused)
+{
+    EXPECT_FALSE(m_log.WriteVirusLog(nullptr));
+}
 
 // Lines of today, through WriteVirusLog and the callback. What stood in the file before is kept apart.
-class VirusLogLine : public VirusLog {
+class VirusLogLine : public VirusLog
+{
 protected:
     static WString Today()
     {
@@ -209,8 +213,7 @@ TEST_F(VirusLogLine, ConcurrentDetectionsEachGetTheirLine)
         for (int thread = 0; thread < kThreads; ++thread)
             threads.emplace_back([&, thread] {
                 for (int i = 0; i < kEach; ++i) {
-                    const AsDetectionRecord record =
-                        Detection(mark, vlt::Format(TEXT("C:\\%d-%d.exe"), thread, i));
+                    const AsDetectionRecord record = Detection(mark, vlt::Format(TEXT("C:\\%d-%d.exe"), thread, i));
                     RealTimeScanVirusCallBack(nullptr, &record);
                 }
             });
