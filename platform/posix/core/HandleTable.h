@@ -11,10 +11,14 @@
 #include <memory>
 #include <utility>
 
-namespace vlt::posix {
+namespace vlt::posix
+{
 
 using KindMask = std::uint32_t;
-constexpr KindMask MaskOf(ObjectKind kind) noexcept { return KindMask{1} << static_cast<unsigned>(kind); }
+constexpr KindMask MaskOf(ObjectKind kind) noexcept
+{
+    return KindMask{1} << static_cast<unsigned>(kind);
+}
 constexpr KindMask AnyKind = ~KindMask{0};
 
 // Takes the object. Null with ERROR_NOT_ENOUGH_MEMORY when the table is full.
@@ -26,14 +30,16 @@ bool CloseHandleOfKind(HANDLE handle, KindMask kinds) noexcept;
 // The number of open handles, for tests.
 std::size_t OpenHandleCount() noexcept;
 
-namespace detail {
+namespace detail
+{
 Object* PinHandle(HANDLE handle, KindMask kinds) noexcept; // null with ERROR_INVALID_HANDLE
 void UnpinHandle(HANDLE handle) noexcept;
 } // namespace detail
 
 // A reference to the object behind a handle for the duration of one call.
 template <typename T>
-class Pinned {
+class Pinned
+{
 public:
     Pinned() noexcept = default;
     Pinned(HANDLE handle, KindMask kinds) noexcept
@@ -47,9 +53,11 @@ public:
         std::swap(m_object, other.m_object);
         return *this;
     }
-    ~Pinned()
+    ~Pinned() { Reset(); }
+
+    void Reset() noexcept
     {
-        if (m_object)
+        if (std::exchange(m_object, nullptr))
             detail::UnpinHandle(m_handle);
     }
 
