@@ -1,6 +1,7 @@
 #include "platform/posix/kernel/Futex.h"
 
 #include <cerrno>
+#include <poll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -49,14 +50,6 @@ timespec Deadline::Remaining() const noexcept
     return left.tv_sec < 0 ? timespec{} : left;
 }
 
-bool Deadline::HasPassed() const noexcept
-{
-    if (m_infinite)
-        return false;
-    const timespec left = Remaining();
-    return left.tv_sec == 0 && left.tv_nsec == 0;
-}
-
 bool FutexWait(const std::uint32_t* word, std::uint32_t expected, bool shared, const Deadline& deadline) noexcept
 {
     // The bitset form takes an absolute time of the monotonic clock.
@@ -68,6 +61,18 @@ bool FutexWaitMany(std::span<const futex_waitv> words, const Deadline& deadline)
 {
     return LookAgain(
         syscall(SYS_futex_waitv, words.data(), static_cast<unsigned>(words.size()), 0, deadline.At(), CLOCK_MONOTONIC));
+}
+
+bool PollReadable(int descriptor, const Deadline& deadline) noexcept
+{
+    pollfd entry{descriptor, POLLIN, 0};
+    timespec left{};
+    if (deadline.At())
+        left = deadline.Remaining();
+    const long result = syscall(SYS_ppoll, &entry, 1, deadline.At() ? &left : nullptr, nullptr, 0);
+    if (result == 0)
+        errno = ETIMEDOUT;
+    return result != 0 && LookAgain(result);
 }
 
 void FutexWake(const std::uint32_t* word, int count, bool shared) noexcept

@@ -25,7 +25,6 @@ public:
     const timespec* At() const noexcept { return m_infinite ? nullptr : &m_at; }
     // Zero when passed; meaningful only with an end.
     timespec Remaining() const noexcept;
-    bool HasPassed() const noexcept;
 
 private:
     bool m_infinite;
@@ -38,6 +37,9 @@ bool FutexWait(const std::uint32_t* word, std::uint32_t expected, bool shared, c
 
 // The same for several words; at most FUTEX_WAITV_MAX of them.
 bool FutexWaitMany(std::span<const futex_waitv> words, const Deadline& deadline) noexcept;
+
+// The same results for a descriptor that becomes readable.
+bool PollReadable(int descriptor, const Deadline& deadline) noexcept;
 
 void FutexWake(const std::uint32_t* word, int count, bool shared) noexcept;
 

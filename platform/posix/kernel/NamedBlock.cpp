@@ -166,19 +166,18 @@ bool ObjectFileName(std::u16string_view name, std::string& file)
     }
     constexpr std::u16string_view global = u"Global\\";
     constexpr std::u16string_view local = u"Local\\";
-    std::string session = Session();
-    if (name.starts_with(global)) {
-        session = "0";
+    const bool everywhere = name.starts_with(global);
+    if (everywhere)
         name.remove_prefix(global.size());
-    } else if (name.starts_with(local)) {
+    else if (name.starts_with(local))
         name.remove_prefix(local.size());
-    }
     if (name.empty() || name.find(u'\\') != name.npos) {
         SetLastError(ERROR_PATH_NOT_FOUND);
         return false;
     }
     const std::string text = Utf8FromUtf16(name);
-    file = session + '-';
+    file = everywhere ? std::string(1, '0') : Session();
+    file += '-';
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
         if ((byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') ||

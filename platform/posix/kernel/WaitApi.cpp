@@ -48,20 +48,28 @@ public:
             return WAIT_FAILED;
         if (m_waitable->TryTake())
             return WAIT_OBJECT_0;
-        return milliseconds == 0 ? WAIT_TIMEOUT : Sleep(Deadline(milliseconds));
+        if (milliseconds == 0)
+            return WAIT_TIMEOUT;
+        const Deadline deadline(milliseconds);
+        const int descriptor = m_waitable->PollDescriptor();
+        return descriptor >= 0 ? Poll(descriptor, deadline) : Sleep(deadline);
     }
 
     void Abandon() noexcept override
     {
-        m_waitable->AbandonWait();
+        if (m_begun)
+            m_waitable->AbandonWait();
         m_object.Reset();
     }
 
 private:
     DWORD Sleep(const Deadline& deadline) noexcept
     {
+        if (!m_waitable->PrepareWait())
+            return WAIT_FAILED;
         if (m_waitable->BeginWait(m_ticket))
             return WAIT_OBJECT_0;
+        m_begun = true;
         const FutexRef futex = m_waitable->Futex();
         std::uint32_t expected = m_ticket;
         while (true) {
@@ -80,9 +88,26 @@ private:
         }
     }
 
+    DWORD Poll(int descriptor, const Deadline& deadline) noexcept
+    {
+        while (true) {
+            bool again = false;
+            {
+                const WaitScope scope(*this);
+                again = PollReadable(descriptor, deadline);
+            }
+            const DWORD end = again ? WAIT_OBJECT_0 : EndOfSleep();
+            if (m_waitable->TryTake())
+                return WAIT_OBJECT_0;
+            if (!again)
+                return end;
+        }
+    }
+
     Pinned<Object> m_object;
     Waitable* const m_waitable;
     std::uint32_t m_ticket = 0;
+    bool m_begun = false;
 };
 
 class MultipleWait final : public Interruptible
@@ -128,9 +153,14 @@ private:
     {
         for (m_begun = 0; m_begun < m_count; ++m_begun) {
             Entry& entry = m_entries[m_begun];
+            if (!entry.waitable->PrepareWait()) {
+                AbandonAllBut(m_count);
+                return WAIT_FAILED;
+            }
             if (entry.waitable->BeginWait(entry.ticket)) {
-                AbandonAllBut(m_begun);
-                return WAIT_OBJECT_0 + m_begun;
+                const DWORD index = m_begun;
+                AbandonAllBut(index);
+                return WAIT_OBJECT_0 + index;
             }
             const FutexRef futex = entry.waitable->Futex();
             m_words[m_begun] = MakeFutexWaitV(futex.word, entry.ticket, futex.shared);

@@ -22,6 +22,9 @@ public:
     // Satisfied now, and consumed as the kind demands.
     virtual bool TryTake() noexcept = 0;
 
+    // Before the first BeginWait of a wait. False with the last error set: the wait fails.
+    virtual bool PrepareWait() noexcept { return true; }
+
     // True as TryTake; otherwise the wait is counted from here on and `ticket` is its own.
     virtual bool BeginWait(std::uint32_t& ticket) noexcept = 0;
     // True: satisfied, counted no more. False: sleep while the futex word is `expected`.
@@ -29,6 +32,10 @@ public:
     virtual void AbandonWait() noexcept = 0;
 
     virtual FutexRef Futex() const noexcept = 0;
+
+    // A descriptor that becomes readable when TryTake becomes true, or -1. A wait for this object
+    // alone polls it instead of sleeping on the futex.
+    virtual int PollDescriptor() const noexcept { return -1; }
 
 protected:
     ~Waitable() = default;
