@@ -1,0 +1,154 @@
+#include "realtime/Setreal.h"
+
+#include "ARDCommon/EventLog.h"
+#include "ARDCommon/ProgramFolder.h"
+#include "ARDCommon/ServiceLog.h"
+#include "ARDCommon/VlDebug.h"
+#include "ARDCommon/VlUtil.h"
+#include "platform/Format.h"
+#include "platform/Text.h"
+#include "realtime/DefaultExtension.h"
+#include "realtime/EventLogSource.h"
+#include "realtime/SecurityCentre.h"
+#include "realtime/Settings.h"
+#include "realtime/State.h"
+#include "realtime/Versions.h"
+
+namespace {
+
+constexpr std::uint32_t kScanLibraryVersion = 2;
+constexpr std::uint32_t kOnAccess = 1;
+constexpr UINT kEngineLoadFailedText = 1002;
+constexpr DWORD kEngineLoadFailedEvent = 0xA0000003;
+
+void TraceProgramVersion()
+{
+    WCHAR program[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, program, MAX_PATH);
+    VLT_TRACE(40, "GetModuleVersion[VLNTSRV]: %s", vlt::ToNarrow(VlUtil::GetModuleVersion(program)));
+}
+
+// A library that lacks an entry point is not kept, and nothing is said about it.
+bool BindScanLibrary(const WString& file)
+{
+    vlt::RealtimeState& state = vlt::Realtime();
+    state.scanModule.Reset(LoadLibraryW(file.c_str()));
+    if (!state.scanModule) {
+        VLT_TRACE(40, "Can not load ArdScan.dll");
+        return false;
+    }
+    if (!state.scanTable.Resolve(state.scanModule.Get())) {
+        state.scanModule.Reset();
+        return false;
+    }
+    return true;
+}
+
+void ReportEngineLoadFailure()
+{
+    WCHAR text[512] = {};
+    LoadStringW(GetModuleHandleW(nullptr), kEngineLoadFailedText, text, 512);
+    vlt::LogEvent(vlt::kServiceDisplayName, vlt::ErrorText(text, 0).c_str(), kEngineLoadFailedEvent, true);
+}
+
+// Calls ASInitScanW and keeps the handle; on failure frees the library and tells the administrator.
+bool OpenScanHandle(const WString& folder)
+{
+    vlt::RealtimeState& state = vlt::Realtime();
+    AsInitRecord record{};
+    record.processId = GetCurrentProcessId();
+    record.appFolder = folder.c_str();
+    record.patternFolder = folder.c_str();
+    record.version = AS_INIT_VERSION;
+    VLT_TRACE(40, "strAppPath = %ls", folder);
+    state.scanHandle = state.scanTable.ASInitScanW(kScanLibraryVersion, &record, kOnAccess);
+    if (state.scanHandle == nullptr) {
+        WriteServiceLog(TEXT("ASInitScanW Error\r\n"));
+        VLT_TRACE(20, "ASInitScanW Error");
+        state.scanModule.Reset();
+        if (record.reason == AS_REASON_NO_PATTERN)
+            WriteVersionErrorValues(VERSION_ERROR_PATTERN | VERSION_ERROR_ENGINE);
+        RegisterEventLogSource();
+        ReportEngineLoadFailure();
+        VLT_TRACE(40, "*** ASInitScanW() fialed with an error");
+        return false;
+    }
+    WriteServiceLog(TEXT("ASInitScanW Success\r\n"));
+    VLT_TRACE(40, "ASInitScanW Success");
+    return true;
+}
+
+void WriteExtensionList(AsHandle handle)
+{
+    if (WriteEngineDefaultExtList(handle) <= 0)
+        VLT_TRACE(20, "Error: WriteEngineDefaultExtList( %d )", vlt::ScanLibrary().ASGetLastError(handle));
+    // Said in either case.
+    VLT_TRACE(40, "Success: WriteEngineDefaultExtList");
+}
+
+void WriteVersions(AsHandle handle)
+{
+    WriteEngineInfoVersion(handle);
+    WritePatternVersion(handle);
+    WriteEngineVersion(handle); // replaces what ASGetEngineInfo said
+    // Left out: EngineDLL64, the pattern library's version.
+    WriteSpywareVersion(handle);
+    // Left out: the white-list and black-list pattern versions.
+}
+
+} // namespace
+
+bool InitKSAPI(const WString& directory)
+{
+    vlt::RealtimeState& state = vlt::Realtime();
+    const WString folder = vlt::ShortProgramFolder();
+    // Left out: opening the quarantine store in folder + "Quarantine"; a failure ends the start-up here.
+    TraceProgramVersion();
+    if (!BindScanLibrary(directory + TEXT("ArdScan.dll")) || !OpenScanHandle(folder))
+        return false;
+
+    if (state.scanTable.ASGetLastError(state.scanHandle) != AS_OK)
+        WriteVersionErrorValues(VERSION_ERROR_SPYWARE);
+    WriteExtensionList(state.scanHandle);
+    WriteVersions(state.scanHandle);
+
+    state.settingsLock.emplace();
+    VLT_TRACE(40, "InitializeCriticalSection: %x", reinterpret_cast<ULONG_PTR>(&*state.settingsLock));
+    {
+        const VlLock lock(*state.settingsLock);
+        RealtimeSetting();
+    }
+    // Left out: the registry watchers WhenRegChange, then WhenExceptionRegChange.
+
+    // Nothing uses the descriptor; what counts is that start-up fails when it cannot be made.
+    if (!VlUtil::CreateNullDaclDescriptor()) {
+        VLT_TRACE(40, "Error create event for WinXP!");
+        return false;
+    }
+    // Left out: the notifier for "Event_RTScan_VirusFound".
+    // Left out: AddExceptProcessIdThread, then PollingStatusThread, then EventThread.
+    return true;
+}
+
+void StopRealtimeScan()
+{
+    vlt::RealtimeState& state = vlt::Realtime();
+    if (state.scanModule && state.scanTable.ASStopScan != nullptr) {
+        VLT_TRACE(40, "ASStopScan");
+        VLT_TRACE(40, "ASStopScan result = %d", state.scanTable.ASStopScan(state.scanHandle, 0));
+    }
+    // Left out: ending the registry watchers WhenRegChange, then WhenExceptionRegChange.
+    // Left out: ending PollingStatusThread, then EventThread.
+    // Left out: closing the quarantine store.
+    if (state.scanModule) {
+        if (state.scanTable.ASDeInitScan != nullptr)
+            state.scanTable.ASDeInitScan(state.scanHandle);
+        state.scanModule.Reset();
+    }
+    state.scanTable = {};
+    state.scanHandle = nullptr;
+    state.settingsLock.reset();
+    // Left out: stopping the notifier.
+    // Left out: ending AddExceptProcessIdThread by force.
+    ChangeWSCStatus(false, false);
+}
