@@ -3,7 +3,8 @@
 #include "platform/Format.h"
 #include "platform/Unique.h"
 
-namespace vlt {
+namespace vlt
+{
 
 WString SystemMessage(DWORD code)
 {
@@ -31,8 +32,8 @@ void LogEvent(LPCWSTR source, LPCWSTR text, DWORD eventId, bool isError)
     const EventSource log(RegisterEventSourceW(nullptr, source));
     if (!log)
         return;
-    ReportEventW(log.Get(), isError ? EVENTLOG_ERROR_TYPE : EVENTLOG_INFORMATION_TYPE, 0, eventId, nullptr, 1, 0,
-                 &text, nullptr);
+    ReportEventW(log.Get(), isError ? EVENTLOG_ERROR_TYPE : EVENTLOG_INFORMATION_TYPE, 0, eventId, nullptr, 1, 0, &text,
+                 nullptr);
 }
 
 } // namespace vlt

@@ -3,7 +3,8 @@
 
 #include "platform/win32.h"
 
-namespace vlt {
+namespace vlt
+{
 
 // Key name of the service, and the name it is shown under, which is also its event source.
 inline constexpr const WCHAR* kServiceName = TEXT("Vlntsrv");

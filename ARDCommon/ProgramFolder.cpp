@@ -2,14 +2,16 @@
 
 #include "ARDCommon/Registry.h"
 
-namespace {
+namespace
+{
 
 constexpr DWORD kShortPathSize = 259;
 constexpr DWORD kFolderBytes = 520;
 
 } // namespace
 
-namespace vlt {
+namespace vlt
+{
 
 WString ProgramFolder()
 {

@@ -3,7 +3,8 @@
 
 #include "platform/win32.h"
 
-namespace vlt {
+namespace vlt
+{
 
 // The folder of the running program, ending in a backslash: ardentis.ini, ArdScan.dll, the logs and
 // the Quarantine folder. Empty when the program's path is not known or has 260 characters or more.

@@ -5,7 +5,8 @@
 
 #include <algorithm>
 
-namespace {
+namespace
+{
 
 constexpr int kLineBytes = 1024;
 
@@ -14,8 +15,7 @@ constexpr int kLineBytes = 1024;
 DWORD ToBytes(const WString& line, char (&bytes)[kLineBytes])
 {
     for (int length = static_cast<int>(std::min<std::size_t>(line.size(), kLineBytes - 1)); length > 0; --length) {
-        const int count =
-            WideCharToMultiByte(CP_ACP, 0, line.data(), length, bytes, kLineBytes - 1, nullptr, nullptr);
+        const int count = WideCharToMultiByte(CP_ACP, 0, line.data(), length, bytes, kLineBytes - 1, nullptr, nullptr);
         if (count > 0)
             return static_cast<DWORD>(count);
     }
@@ -33,8 +33,8 @@ DWORD WriteServiceLogV(LPCWSTR format, vlt::FormatArgs args)
 
     SYSTEMTIME now{};
     GetLocalTime(&now);
-    const WString prefix = vlt::Format(TEXT("%04d/%02d/%02d %02d:%02d "), now.wYear, now.wMonth, now.wDay, now.wHour,
-                                       now.wMinute);
+    const WString prefix =
+        vlt::Format(TEXT("%04d/%02d/%02d %02d:%02d "), now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute);
     const WString line = vlt::Format(TEXT("%s%s\r\n"), prefix, vlt::FormatV(format, args));
 
     const vlt::FileHandle file(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr,

@@ -3,7 +3,8 @@
 
 #include "platform/win32.h"
 
-class VlCriticalSection {
+class VlCriticalSection
+{
 public:
     VlCriticalSection() { InitializeCriticalSection(&m_section); }
     ~VlCriticalSection() { DeleteCriticalSection(&m_section); }
@@ -18,7 +19,8 @@ private:
 };
 
 // Not to be held across a call that can raise a structured exception: on Windows it would stay locked.
-class VlLock {
+class VlLock
+{
 public:
     explicit VlLock(VlCriticalSection& section) : m_section(section) { m_section.Enter(); }
     ~VlLock() { m_section.Leave(); }

@@ -3,7 +3,8 @@
 #include "ARDCommon/VlDebugAbi.h"
 #include "platform/Text.h"
 
-namespace {
+namespace
+{
 
 constexpr DWORD kNameBytes = 260;
 
@@ -26,7 +27,8 @@ struct CallerCount {
     ~CallerCount() { --g_callers; }
 };
 
-class KeepLastError {
+class KeepLastError
+{
 public:
     ~KeepLastError() { SetLastError(m_error); }
 
@@ -35,7 +37,8 @@ private:
 };
 
 // The zeroed block of one trace call.
-class MessageBlock {
+class MessageBlock
+{
 public:
     explicit MessageBlock(SIZE_T size) noexcept
         : m_memory(GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, size)),

@@ -15,7 +15,8 @@
 #include <atomic>
 #include <cstddef>
 
-class CVlDebug {
+class CVlDebug
+{
 public:
     constexpr CVlDebug() = default;
     CVlDebug(const CVlDebug&) = delete;
@@ -47,7 +48,8 @@ private:
 // The one instance, usable by every other static object.
 extern constinit CVlDebug g_VlDebug;
 
-namespace vlt {
+namespace vlt
+{
 
 // The name under which a source file has always appeared in the trace: ".\name.cpp" for a file of the
 // program, "..\..\ARDCommon\name.cpp" for a shared one.

@@ -4,7 +4,8 @@
 
 #include <vector>
 
-namespace VlUtil {
+namespace VlUtil
+{
 
 bool SyncExecuteProcess(LPCWSTR commandLine)
 {
@@ -12,8 +13,7 @@ bool SyncExecuteProcess(LPCWSTR commandLine)
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION information{};
-    if (!CreateProcessW(nullptr, writable.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                        &information))
+    if (!CreateProcessW(nullptr, writable.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &information))
         return false;
     const vlt::KernelHandle process(information.hProcess);
     const vlt::KernelHandle thread(information.hThread);

@@ -4,7 +4,8 @@
 #include "platform/Unique.h"
 #include "platform/win32.h"
 
-namespace VlUtil {
+namespace VlUtil
+{
 
 // Starts the command line and waits, without limit, for the program to end. The path in it is not
 // quoted; when it holds blanks the system tries each prefix that ends before one. True when the

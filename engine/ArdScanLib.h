@@ -5,7 +5,8 @@
 #include "engine/ArdScanAbi.h"
 #include "engine/DynLib.h"
 
-class CArdScanLib : public DynLib {
+class CArdScanLib : public DynLib
+{
 public:
     ~CArdScanLib() override;
 

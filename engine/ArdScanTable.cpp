@@ -2,19 +2,17 @@
 
 #include "engine/ProcAddress.h"
 
-namespace vlt {
+namespace vlt
+{
 
 bool ArdScanTable::Resolve(HMODULE module)
 {
     return ResolveProc(module, "ASGetLastError", ASGetLastError) && //
-           ResolveProc(module, "ASInitScanW", ASInitScanW) &&
-           ResolveProc(module, "ASDeInitScan", ASDeInitScan) &&
+           ResolveProc(module, "ASInitScanW", ASInitScanW) && ResolveProc(module, "ASDeInitScan", ASDeInitScan) &&
            ResolveProc(module, "ASSetConfigW", ASSetConfigW) && //
-           ResolveProc(module, "ASScanFileW", ASScanFileW) &&
-           ResolveProc(module, "ASManualActionW", ASManualActionW) &&
+           ResolveProc(module, "ASScanFileW", ASScanFileW) && ResolveProc(module, "ASManualActionW", ASManualActionW) &&
            ResolveProc(module, "ASStartScan", ASStartScan) && //
-           ResolveProc(module, "ASStopScan", ASStopScan) &&
-           ResolveProc(module, "ASGetEngineInfo", ASGetEngineInfo) &&
+           ResolveProc(module, "ASStopScan", ASStopScan) && ResolveProc(module, "ASGetEngineInfo", ASGetEngineInfo) &&
            ResolveProc(module, "ASGetFirstVirusInfo", ASGetFirstVirusInfo) &&
            ResolveProc(module, "ASGetNextVirusInfo", ASGetNextVirusInfo) &&
            ResolveProc(module, "ASGetPatternInformation", ASGetPatternInformation) &&

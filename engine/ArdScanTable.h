@@ -3,7 +3,8 @@
 
 #include "engine/ArdScanAbi.h"
 
-namespace vlt {
+namespace vlt
+{
 
 // A slot is null when it is not resolved. The table does not hold the library: whoever loaded it
 // clears the table when it is freed.

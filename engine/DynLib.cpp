@@ -3,7 +3,8 @@
 #include "ARDCommon/VlDebug.h"
 #include "platform/Text.h"
 
-namespace {
+namespace
+{
 
 constexpr int kRetries = 10;
 constexpr DWORD kRetryDelay = 10; // ms
@@ -101,6 +102,4 @@ bool DynLib::Free()
     return freed;
 }
 
-void DynLib::OnLoad(bool /*loaded*/)
-{
-}
+void DynLib::OnLoad(bool /*loaded*/) {}

@@ -6,7 +6,8 @@
 
 #include "platform/win32.h"
 
-class Module {
+class Module
+{
 public:
     Module() = default;
     // The result is not reported: callers test Handle().
@@ -32,7 +33,8 @@ private:
 };
 
 // A library with entry points: a derived class resolves them in OnLoad and keeps m_isInit.
-class DynLib : public Module {
+class DynLib : public Module
+{
 public:
     DynLib() = default;
     ~DynLib() override;

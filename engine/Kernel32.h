@@ -5,7 +5,8 @@
 
 // IsInit is false on systems that lack one of them (RegisterServiceProcess has long gone); the others
 // are usable all the same, so callers test each pointer.
-class Kernel32 : public DynLib {
+class Kernel32 : public DynLib
+{
 public:
     using RegisterServiceProcess_t = DWORD(WINAPI*)(DWORD processId, DWORD type);
     using IsWow64Process_t = BOOL(WINAPI*)(HANDLE process, BOOL* wow64);

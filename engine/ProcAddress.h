@@ -3,7 +3,8 @@
 
 #include "platform/win32.h"
 
-namespace vlt {
+namespace vlt
+{
 
 // Null when the module is null or has no entry point of exactly that name.
 template <typename Function>

@@ -5,7 +5,8 @@
 #include "engine/Kernel32.h"
 
 // Redirection is a property of the thread: Disable and Revert are called on the same one.
-class CWow64FsRedir {
+class CWow64FsRedir
+{
 public:
     CWow64FsRedir();
     virtual ~CWow64FsRedir() = default;

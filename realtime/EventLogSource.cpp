@@ -5,7 +5,8 @@
 #include "ARDCommon/VlDebug.h"
 #include "platform/Unique.h"
 
-namespace {
+namespace
+{
 
 constexpr DWORD kErrorWarningInformation = 7;
 

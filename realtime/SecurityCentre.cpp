@@ -4,7 +4,8 @@
 #include "ARDCommon/VlDebug.h"
 #include "ARDCommon/VlUtil.h"
 
-namespace {
+namespace
+{
 
 bool RunCommandProgram(const WString& program, LPCWSTR argument)
 {
@@ -23,8 +24,8 @@ bool ChangeWSCStatus(bool antiVirusOn, bool antiSpywareOn)
     if (!RunCommandProgram(program, antiVirusOn ? TEXT(" /WSCAntiVirusOn") : TEXT(" /WSCAntiVirusOff")))
         return false;
     VLT_TRACE(40, "Executed WSC virus registration process");
-    if (!RunCommandProgram(program, antiVirusOn && antiSpywareOn ? TEXT(" /WSCAntiSpywareOn")
-                                                                 : TEXT(" /WSCAntiSpywareOff")))
+    if (!RunCommandProgram(program,
+                           antiVirusOn && antiSpywareOn ? TEXT(" /WSCAntiSpywareOn") : TEXT(" /WSCAntiSpywareOff")))
         return false;
     VLT_TRACE(40, "Executed WSC spyware registration process");
     return true;

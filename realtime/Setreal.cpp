@@ -14,7 +14,8 @@
 #include "realtime/State.h"
 #include "realtime/Versions.h"
 
-namespace {
+namespace
+{
 
 constexpr std::uint32_t kScanLibraryVersion = 2;
 constexpr std::uint32_t kOnAccess = 1;

@@ -1,6 +1,7 @@
 #include "realtime/State.h"
 
-namespace vlt {
+namespace vlt
+{
 
 RealtimeState& Realtime()
 {

@@ -8,7 +8,8 @@
 
 #include <optional>
 
-namespace vlt {
+namespace vlt
+{
 
 // Written by InitKSAPI and StopRealtimeScan alone, on the service-main thread, while no other thread
 // uses it: worker threads and the library's callbacks live in between.

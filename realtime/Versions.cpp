@@ -10,7 +10,8 @@
 #include <charconv>
 #include <limits>
 
-namespace {
+namespace
+{
 
 void WriteInfo(LPCWSTR key, const WString& value)
 {
@@ -19,7 +20,8 @@ void WriteInfo(LPCWSTR key, const WString& value)
 
 } // namespace
 
-namespace vlt {
+namespace vlt
+{
 
 std::uint32_t NormalisedMinor(std::uint32_t minor)
 {

@@ -22,7 +22,8 @@ void WritePatternVersion(AsHandle handle);
 // SpyWare, decimal. The entry point is looked up by name at each use.
 void WriteSpywareVersion(AsHandle handle);
 
-namespace vlt {
+namespace vlt
+{
 
 // One digit counts as hundreds, two as tens: 5 and 50 are both 500.
 std::uint32_t NormalisedMinor(std::uint32_t minor);

@@ -6,7 +6,8 @@
 
 #include <array>
 
-namespace {
+namespace
+{
 
 constexpr DWORD kControlThreadWait = 10000; // ms
 constexpr DWORD kStartWaitHint = 5000;      // ms
@@ -82,11 +83,8 @@ void CService::WaitForServiceMain()
 
 void CService::CreateControlEvents()
 {
-    for (vlt::KernelHandle& event : m_controlEvents) {
-        event.Reset(CreateEventW(nullptr, FALSE, FALSE, nullptr));
-        if (!event)
-            ReportError(TEXT("CreateEvent"), true, true, GetLastError());
-    }
+    for (vlt::KernelHandle& event : m_controlEvents)
+        OpenEvent(event);
 }
 
 bool CService::RegisterHandler(LPHANDLER_FUNCTION handler)
@@ -119,25 +117,15 @@ void CService::DeInit()
         CloseEvent(event);
 }
 
-void CService::ParseArguments(DWORD /*argc*/, LPWSTR* /*argv*/)
-{
-}
+void CService::ParseArguments(DWORD /*argc*/, LPWSTR* /*argv*/) {}
 
-void CService::OnPause()
-{
-}
+void CService::OnPause() {}
 
-void CService::OnContinue()
-{
-}
+void CService::OnContinue() {}
 
-void CService::OnShutdown()
-{
-}
+void CService::OnShutdown() {}
 
-void CService::OnUserControl(DWORD /*code*/)
-{
-}
+void CService::OnUserControl(DWORD /*code*/) {}
 
 // ---------------------------------------------------------------------------------------------
 // Controls
@@ -213,6 +201,15 @@ void CService::ControlLoop()
             break;
         }
     }
+}
+
+void CService::OpenEvent(vlt::KernelHandle& event)
+{
+    const HANDLE handle = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    if (handle == nullptr)
+        ReportError(TEXT("CreateEvent"), true, true, GetLastError());
+    const VlLock lock(m_statusLock);
+    event.Reset(handle);
 }
 
 void CService::SignalEvent(const vlt::KernelHandle& event)

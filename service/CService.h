@@ -11,7 +11,8 @@
 #include "platform/Unique.h"
 #include "platform/win32.h"
 
-class CService {
+class CService
+{
 public:
     using ControlThreadProc = unsigned(__stdcall*)(void* argument);
 
@@ -58,8 +59,10 @@ public:
     void LogEvent(LPCWSTR text, DWORD eventId, bool isError);
 
 protected:
-    // Handles that the control threads share with the service main are signalled and closed under one
-    // lock, so that a late control never signals a handle that has been closed.
+    // Events that the control threads share with the service main: made, signalled and closed under one
+    // lock, so that a late control never signals a handle that has been closed. All are unnamed and
+    // auto-reset; OpenEvent raises when the system refuses.
+    void OpenEvent(vlt::KernelHandle& event);
     void SignalEvent(const vlt::KernelHandle& event);
     void CloseEvent(vlt::KernelHandle& event);
 

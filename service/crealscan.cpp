@@ -5,7 +5,8 @@
 #include "ARDCommon/VlUtil.h"
 #include "realtime/Setreal.h"
 
-namespace {
+namespace
+{
 
 constexpr DWORD kPendingWaitHint = 6000; // ms
 constexpr DWORD kAcknowledgeWait = 5000; // ms
@@ -54,11 +55,11 @@ bool CRealScan::Init()
 
 void CRealScan::CreateEvents()
 {
-    for (vlt::KernelHandle* event : {&m_acknowledgeEvent, &m_stopEvent}) {
-        event->Reset(CreateEventW(nullptr, FALSE, FALSE, nullptr));
-        if (!*event)
-            ReportError(TEXT("CreateEvent"), true, true, GetLastError());
-    }
+    OpenEvent(m_acknowledgeEvent);
+    OpenEvent(m_stopEvent);
+    // A stop that came before the event is not to be lost: no second one would be acted on.
+    if (InterlockedCompareExchange(&m_stopFlag, 0, 0) != 0)
+        SignalEvent(m_stopEvent);
 }
 
 void CRealScan::Run()

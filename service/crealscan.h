@@ -3,7 +3,8 @@
 
 #include "service/CService.h"
 
-class CRealScan : public CService {
+class CRealScan : public CService
+{
 public:
     // Becomes the process's service.
     CRealScan(LPCWSTR serviceName, LPCWSTR displayName, DWORD serviceType);
@@ -25,7 +26,7 @@ private:
     vlt::KernelHandle m_acknowledgeEvent; // waited for by OnPause and OnContinue; nothing here signals it
     vlt::KernelHandle m_stopEvent;
     volatile LONG m_pauseFlag = 0; // written only
-    volatile LONG m_stopFlag = 0;  // written only
+    volatile LONG m_stopFlag = 0;  // a stop was requested
     // Left out: the PID exclusion receiver "realtime_exception_pid".
     vlt::LocalMem m_descriptor; // kept for the life of the service though nothing uses it
 };
