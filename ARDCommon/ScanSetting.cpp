@@ -48,9 +48,9 @@ std::string ResolveUserName(LPCSTR user)
 {
     if (user != nullptr && lstrcmpiA(user, "service") != 0)
         return user;
-    char name[vlt::Setting(vlt::SettingId::UserName).bytes] = {};
-    if (vlt::GetRegStringA(HKEY_LOCAL_MACHINE, vlt::kRealTimeScanKey, "UserName", "", name, sizeof(name)) &&
-        name[0] != 0) {
+    WString setting;
+    if (vlt::GetScanSettingText(vlt::SettingId::UserName, setting) && !setting.empty()) {
+        const std::string name = vlt::ToNarrow(setting);
         VLT_TRACE(40, "***   Got user name from registry: %s", name);
         return name;
     }

@@ -1,6 +1,7 @@
 #include "realtime/Detection.h"
 
 #include "ARDCommon/VirusLog.h"
+#include "ARDCommon/VlCriticalSection.h"
 #include "ARDCommon/VlDebug.h"
 #include "platform/Format.h"
 #include "platform/Text.h"
@@ -14,23 +15,11 @@ namespace
 
 // One log write at a time, so that lines do not mingle and a new file gets one byte-order mark. Never
 // deleted: a log thread may still be writing when the service ends.
-class VirusLogLock
+VlCriticalSection& VirusLogLock()
 {
-public:
-    VirusLogLock() { EnterCriticalSection(Section()); }
-    ~VirusLogLock() { LeaveCriticalSection(Section()); }
-    VirusLogLock(const VirusLogLock&) = delete;
-    VirusLogLock& operator=(const VirusLogLock&) = delete;
-
-private:
-    static LPCRITICAL_SECTION Section()
-    {
-        static CRITICAL_SECTION section;
-        static const bool initialized = (InitializeCriticalSection(&section), true);
-        static_cast<void>(initialized);
-        return &section;
-    }
-};
+    static VlCriticalSection& lock = *new VlCriticalSection;
+    return lock;
+}
 
 bool Write(const CVirusLogForRealTimeScan2& log, const AsDetectionRecord& record)
 {
@@ -76,7 +65,7 @@ unsigned __stdcall ThreadWriteVirusLogForRealTimeScan(void* recordCopy)
         return 1;
     }
     {
-        const VirusLogLock lock;
+        const VlLock lock(VirusLogLock());
         if (!Write(*log, *record))
             VLT_TRACE(20, "*** ThreadWriteVirusLogForRealTimeScan() - Failed to lpcVirusLog->WriteVirusLog().");
     }

@@ -11,6 +11,7 @@
 #include "realtime/Detection.h"
 #include "realtime/State.h"
 #include "tests/support/Support.h"
+#include "tests/unit/TraceCapture.h"
 
 #include <gtest/gtest.h>
 
@@ -98,7 +99,7 @@ protected:
     {
         Clean();
         g_library = Library();
-        vlt::ArdScanTable& table = vlt::ScanLibrary();
+        vlt::ArdScanTable& table = vlt::Realtime().scanTable;
         table.ASGetLastError = LastError;
         table.ASSetConfigW = SetConfig;
         table.ASStartScan = StartScan;
@@ -106,7 +107,7 @@ protected:
         table.ASSetExceptionFilePathW = SetFile;
         table.ASSetExceptionFolderPathW = SetFolder;
         table.ASGetEngineDefaultExtListW = GetExtensions;
-        vlt::ScanHandle() = &g_library;
+        vlt::Realtime().scanHandle = &g_library;
     }
     void TearDown() override { Clean(); }
 
@@ -337,6 +338,42 @@ TEST_F(Settings, MonitoringIsOnUnlessValidlySwitchedOff)
     EXPECT_EQ(g_library.calls, on);
 }
 
+TEST_F(Settings, TraceOfAnApplication)
+{
+    SetRegIntValue(kRoot, vlt::kRealTimeScanKey, TEXT("IOScanE"), 0);
+    Set(SettingId::FileTypeList, TEXT(".A%s"));
+    Set(SettingId::ActiveScan, 0);
+    Set(SettingId::UserName, TEXT("nobody"));
+    std::vector<std::string> lines = vlt::test::Traced([] { RealtimeSetting(); });
+    // The reason depends on the host: the log file that the trace would have does not exist.
+    std::erase_if(lines, [](const std::string& line) { return line.find("DebugLogPath.cpp") != std::string::npos; });
+    const std::vector<std::string> off = {
+        "40 Settings.cpp: *** <Vlntsrv> RealtimeSetting()",
+        "40 Settings.cpp: ***  User Extension Names List: .A%s",
+        "40 Settings.cpp: Not except log file",
+        "50 ScanSetting.cpp: ***  Entered GetXLStartFolderList()",
+        "40 ScanSetting.cpp: ***   Got user name from registry: nobody",
+        "40 Settings.cpp: strVirusForbidList length: 0",
+        "40 Settings.cpp: strVirusForbidList()",
+        "40 Settings.cpp: ASSetConfigW = 77",
+        "40 Settings.cpp: ASGetLastError(0)",
+        "40 SecurityCentre.cpp: ChangeWSCStatus(0, 0)",
+        "20 SecurityCentre.cpp: VlUtil::SyncExecuteProcess() failed",
+        "40 Settings.cpp: MonitorStop!",
+        "40 Settings.cpp: ASStopScan result = 1",
+    };
+    EXPECT_EQ(lines, off);
+
+    ASSERT_TRUE(vlt::DeleteRegValue(kRoot, vlt::kRealTimeScanKey, TEXT("IOScanE")));
+    lines = vlt::test::Traced([] { RealtimeSetting(); });
+    const auto has = [&](const char* line) { return std::count(lines.begin(), lines.end(), line); };
+    EXPECT_EQ(has("20 Settings.cpp: Error: GetRegIntValue err(2)"), 1);
+    EXPECT_EQ(has("40 Settings.cpp: ASGetLastError(0)"), 2);
+    const std::vector<std::string> on(lines.end() - 3, lines.end());
+    EXPECT_EQ(on, (std::vector<std::string>{"40 Settings.cpp: MonitorStart!", "40 Settings.cpp: ASStartScan result = 1",
+                                            "40 Settings.cpp: ASGetLastError(0)"}));
+}
+
 TEST_F(Settings, ExcelFoldersBringTheRecycleFoldersWithThem)
 {
     const vlt::test::TempFolder office;
@@ -410,7 +447,7 @@ TEST_F(Settings, EngineExtensionsAreStoredWhateverTheirLength)
 TEST_F(Settings, BrokenEngineLeavesTheStoredExtensionsAlone)
 {
     Set(SettingId::DefaultExtension, TEXT("old"));
-    vlt::ScanLibrary().ASGetEngineDefaultExtListW = [](AsHandle, WCHAR*, std::uint32_t* size) -> std::int32_t {
+    vlt::Realtime().scanTable.ASGetEngineDefaultExtListW = [](AsHandle, WCHAR*, std::uint32_t* size) -> std::int32_t {
         *size = 0xFFFFFFFF;
         return 0;
     };

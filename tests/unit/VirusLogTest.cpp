@@ -6,6 +6,7 @@
 #include "platform/Unique.h"
 #include "realtime/Detection.h"
 #include "tests/support/Support.h"
+#include "tests/unit/TraceCapture.h"
 
 #include <gtest/gtest.h>
 
@@ -89,7 +90,13 @@ TEST_F(VirusLog, SecondWriterIsRefusedAndAReaderIsNot)
         const vlt::FileHandle writer(CreateFileW(FileName().c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                                  nullptr, OPEN_EXISTING, 0, nullptr));
         ASSERT_TRUE(writer);
-        EXPECT_FALSE(m_log.WriteVirusLogToFile(m_day, TEXT("lost\r\n")));
+        const auto lines = vlt::test::Traced([&] { EXPECT_FALSE(m_log.WriteVirusLogToFile(m_day, TEXT("lost\r\n"))); });
+        const std::vector<std::string> expected = {
+            "40 VirusLog.cpp: Enter CVirusLogForRealTimeScan2::WriteVirusLogToFile()...",
+            "20 VirusLog.cpp: *** CVirusLogForRealTimeScan2::WriteVirusLogToFile() - Failed to CreateFile(). "
+            "LastError[0x00000020]",
+        };
+        EXPECT_EQ(lines, expected);
     }
     EXPECT_EQ(Read(FileName()), TEXT("\uFEFFa\r\nb\r\n"));
 }
@@ -105,7 +112,12 @@ TEST_F(VirusLog, FolderInPlaceOfTheFile)
 
 TEST_F(VirusLog, NullRecordIsRefused)
 {
-    EXPECT_FALSE(m_log.WriteVirusLog(nullptr));
+    const auto lines = vlt::test::Traced([&] { EXPECT_FALSE(m_log.WriteVirusLog(nullptr)); });
+    const std::vector<std::string> expected = {
+        "40 VirusLog.cpp: Enter CVirusLogForRealTimeScan2::WriteVirusLog()...",
+        "20 VirusLog.cpp: *** CVirusLogForRealTimeScan2::WriteVirusLog() - _lpVirusInfo was invalid handle.",
+    };
+    EXPECT_EQ(lines, expected);
 }
 
 // Lines of today, through WriteVirusLog and the callback. What stood in the file before is kept apart.
@@ -196,6 +208,26 @@ TEST_F(VirusLogLine, CallbackLogsUnlessTheRecordForbidsIt)
         }));
     });
     EXPECT_EQ(lines.find(TEXT("silent")), WString::npos);
+}
+
+TEST_F(VirusLogLine, TraceOfADetection)
+{
+    AsDetectionRecord record = Detection(TEXT("T"), TEXT("C:\\x"));
+    record.noLog = 1; // or the callback's own thread would write among these lines
+    const auto lines = vlt::test::Traced([&] {
+        RealTimeScanVirusCallBack(nullptr, &record);
+        EXPECT_EQ(ThreadWriteVirusLogForRealTimeScan(new AsDetectionRecord(record)), 0u);
+    });
+    const std::vector<std::string> expected = {
+        "40 Detection.cpp: RealtimeScanVirusCallBack called!",
+        "50 Detection.cpp: Enter ThreadWriteVirusLogForRealTimeScan()...",
+        "40 VirusLog.cpp: Enter CVirusLogForRealTimeScan2::WriteVirusLog()...",
+        "40 VirusLog.cpp: Enter CVirusLogForRealTimeScan2::WriteVirusLogToFile()...",
+        "40 VirusLog.cpp: Leave CVirusLogForRealTimeScan2::WriteVirusLogToFile()...",
+        "40 VirusLog.cpp: Leave CVirusLogForRealTimeScan2::WriteVirusLog()...",
+        "50 Detection.cpp: Leave ThreadWriteVirusLogForRealTimeScan()...",
+    };
+    EXPECT_EQ(lines, expected);
 }
 
 // The library calls back on many threads at once; no line may be lost, torn or joined with another.
