@@ -4,6 +4,7 @@
 #include "platform/posix/core/MachineRoot.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -239,14 +240,6 @@ DWORD HostPath(const KeyBase& base, WStringView path, REGSAM view, char (&host)[
 
 } // namespace
 
-Fd::~Fd()
-{
-    if (m_fd >= 0) {
-        const ErrnoKeeper keeper;
-        close(m_fd);
-    }
-}
-
 LSTATUS StatusFromErrno(int error) noexcept
 {
     switch (error) {
@@ -263,13 +256,16 @@ LSTATUS StatusFromErrno(int error) noexcept
     }
 }
 
-LSTATUS StatusInKey(int folder, int error) noexcept
+bool IsDeleted(int folder) noexcept
 {
     struct stat info {
     };
-    if (error == ENOENT && fstat(folder, &info) == 0 && info.st_nlink == 0)
-        return ERROR_KEY_DELETED;
-    return StatusFromErrno(error);
+    return fstat(folder, &info) == 0 && info.st_nlink == 0;
+}
+
+LSTATUS StatusInKey(int folder, int error) noexcept
+{
+    return error == ENOENT && IsDeleted(folder) ? ERROR_KEY_DELETED : StatusFromErrno(error);
 }
 
 int StoreFolder() noexcept
@@ -383,9 +379,7 @@ LSTATUS ListFolder(int folder, char prefix, bool isMachine, std::vector<std::str
     while (const dirent* const entry = readdir(dir.get()))
         if (entry->d_name[0] == prefix)
             names.emplace_back(entry->d_name);
-    struct stat info {
-    };
-    if (names.empty() && fstat(folder, &info) == 0 && info.st_nlink == 0)
+    if (names.empty() && IsDeleted(folder))
         return ERROR_KEY_DELETED;
     // Both views of SOFTWARE are one name.
     if (isMachine)

@@ -9,39 +9,23 @@
 // with sub-keys is never removed; opening, reading and writing take no lock.
 #pragma once
 
+#include "platform/posix/core/Fd.h"
 #include "platform/posix/registry/KeyName.h"
 
-#include <atomic>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace vlt::posix::registry
 {
-
-class Fd
-{
-public:
-    explicit Fd(int fd = -1) noexcept : m_fd(fd) {}
-    Fd(Fd&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
-    Fd& operator=(Fd&& other) noexcept
-    {
-        std::swap(m_fd, other.m_fd);
-        return *this;
-    }
-    ~Fd();
-    int Get() const noexcept { return m_fd; }
-    explicit operator bool() const noexcept { return m_fd >= 0; }
-
-private:
-    int m_fd;
-};
 
 // The code of a call for an errno value: a store that cannot be written is ERROR_ACCESS_DENIED.
 LSTATUS StatusFromErrno(int error) noexcept;
 
 // As above after a failure below a key's folder: ERROR_KEY_DELETED when the key is gone.
 LSTATUS StatusInKey(int folder, int error) noexcept;
+
+// Whether the key of an open folder has been deleted.
+bool IsDeleted(int folder) noexcept;
 
 // Where a sub-key path starts.
 struct KeyBase {

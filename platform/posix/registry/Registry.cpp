@@ -147,6 +147,8 @@ LSTATUS RegNotifyChangeKeyValue(HKEY key, BOOL subtree, DWORD filter, HANDLE eve
         return from.Status();
     if (subtree || !asynchronous || filter != REG_NOTIFY_CHANGE_LAST_SET || !from.Object())
         return ERROR_NOT_SUPPORTED;
+    if (IsDeleted(from.Folder()))
+        return ERROR_KEY_DELETED;
     const std::shared_ptr<RegistryWatch> watch = from.Object()->Watch();
     return watch ? watch->Arm(event) : StatusInKey(from.Folder(), errno);
 }

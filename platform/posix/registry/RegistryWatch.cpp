@@ -1,19 +1,20 @@
 #include "platform/posix/registry/RegistryWatch.h"
 
+#include "platform/posix/kernel/Reactor.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <mutex>
-#include <poll.h>
+#include <sys/epoll.h>
 #include <sys/inotify.h>
-#include <thread>
 #include <unistd.h>
 #include <unordered_map>
 
 namespace vlt::posix::registry
 {
 
-class WatchTable
+class WatchTable final : ReactorClient
 {
 public:
     // Never destroyed: the reactor's thread may still run while the process exits.
@@ -43,11 +44,14 @@ public:
 
     LSTATUS Arm(RegistryWatch& watch, HANDLE event)
     {
+        HeldEvent held(event);
+        if (!held)
+            return static_cast<LSTATUS>(GetLastError());
         const std::lock_guard guard(m_lock);
         Drain();
         if (watch.m_closed)
             return ERROR_INVALID_HANDLE;
-        watch.m_armed.push_back(event);
+        watch.m_armed.push_back(std::move(held));
         if (watch.m_changed)
             watch.Changed();
         return ERROR_SUCCESS;
@@ -70,17 +74,13 @@ private:
     WatchTable() : m_fd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
     {
         if (m_fd >= 0)
-            std::thread([this] { Run(); }).detach();
+            Reactor::Instance().Register(m_fd, EPOLLIN, *this);
     }
 
-    void Run()
+    void OnReady(std::uint32_t) noexcept override
     {
-        pollfd entry{m_fd, POLLIN, 0};
-        for (;;) {
-            poll(&entry, 1, -1);
-            const std::lock_guard guard(m_lock);
-            Drain();
-        }
+        const std::lock_guard guard(m_lock);
+        Drain();
     }
 
     void Drain() noexcept
@@ -146,8 +146,8 @@ void RegistryWatch::Changed() noexcept
 
 void RegistryWatch::Fire() noexcept
 {
-    for (const HANDLE event : m_armed)
-        SetEvent(event);
+    for (HeldEvent& event : m_armed)
+        event.Signal();
     m_armed.clear();
 }
 

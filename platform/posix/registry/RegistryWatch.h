@@ -6,8 +6,7 @@
 // every call reads what is there first.
 #pragma once
 
-#include "platform/posix/core/HandleTable.h"
-#include "platform/posix/win32/kernel.h"
+#include "platform/posix/kernel/EventObject.h"
 #include "platform/posix/win32/registry.h"
 
 #include <memory>
@@ -24,7 +23,7 @@ public:
     ~RegistryWatch();
 
     // Sets the event at the next change of a value in the key, once; at once when one is remembered.
-    // ERROR_INVALID_HANDLE when it is no event.
+    // ERROR_INVALID_HANDLE when it is no event. Closing the event's handle meanwhile does no harm.
     LSTATUS Arm(HANDLE event);
 
     // The key is being closed: sets every armed event.
@@ -38,7 +37,7 @@ private:
 
     const int m_number;
     // Under the table's lock.
-    std::vector<HANDLE> m_armed;
+    std::vector<HeldEvent> m_armed;
     bool m_changed = false;
     bool m_closed = false;
 };
