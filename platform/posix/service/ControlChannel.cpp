@@ -11,8 +11,10 @@
 #include <time.h>
 #include <unistd.h>
 
-namespace vlt::posix::service {
-namespace {
+namespace vlt::posix::service
+{
+namespace
+{
 
 // Through the folder's descriptor: a socket's own path may have 107 bytes only.
 sockaddr_un AddressIn(int folder)

@@ -12,7 +12,8 @@
 #include <string>
 #include <vector>
 
-namespace vlt::posix::service {
+namespace vlt::posix::service
+{
 
 struct ChannelReport {
     enum Kind : std::uint32_t { ProcessId = 1, ExecFailed = 2, Connected = 3 };

@@ -16,8 +16,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace vlt::posix::service {
-namespace {
+namespace vlt::posix::service
+{
+namespace
+{
 
 std::mutex g_currentLock;
 std::shared_ptr<Dispatcher>& CurrentSlot()
@@ -42,12 +44,14 @@ void OnSignal(int number)
     errno = error;
 }
 
-class SignalScope {
+class SignalScope
+{
 public:
     explicit SignalScope(int wake)
     {
         g_signalWake.store(wake);
-        struct sigaction action {};
+        struct sigaction action {
+        };
         action.sa_handler = OnSignal;
         action.sa_flags = SA_RESTART;
         sigfillset(&action.sa_mask);
@@ -92,11 +96,15 @@ void TraceStatus(const SERVICE_STATUS& status)
 DWORD AcceptBit(DWORD control)
 {
     switch (control) {
-    case SERVICE_CONTROL_STOP: return SERVICE_ACCEPT_STOP;
+    case SERVICE_CONTROL_STOP:
+        return SERVICE_ACCEPT_STOP;
     case SERVICE_CONTROL_PAUSE:
-    case SERVICE_CONTROL_CONTINUE: return SERVICE_ACCEPT_PAUSE_CONTINUE;
-    case SERVICE_CONTROL_SHUTDOWN: return SERVICE_ACCEPT_SHUTDOWN;
-    default: return 0; // always delivered
+    case SERVICE_CONTROL_CONTINUE:
+        return SERVICE_ACCEPT_PAUSE_CONTINUE;
+    case SERVICE_CONTROL_SHUTDOWN:
+        return SERVICE_ACCEPT_SHUTDOWN;
+    default:
+        return 0; // always delivered
     }
 }
 
@@ -249,8 +257,7 @@ void Dispatcher::DeliverPending()
         const std::lock_guard guard(m_lock);
         if (m_pending == 0 || !m_handler || m_status.dwCurrentState == SERVICE_START_PENDING)
             return;
-        const bool ends =
-            m_status.dwCurrentState == SERVICE_STOP_PENDING || m_status.dwCurrentState == SERVICE_STOPPED;
+        const bool ends = m_status.dwCurrentState == SERVICE_STOP_PENDING || m_status.dwCurrentState == SERVICE_STOPPED;
         handler = ends ? nullptr : m_handler;
     }
     const DWORD control = std::exchange(m_pending, 0u);

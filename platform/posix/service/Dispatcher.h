@@ -16,9 +16,11 @@
 #include <mutex>
 #include <vector>
 
-namespace vlt::posix::service {
+namespace vlt::posix::service
+{
 
-class Dispatcher {
+class Dispatcher
+{
 public:
     // The one that runs in this process, or null.
     static std::shared_ptr<Dispatcher> Current();
@@ -61,7 +63,8 @@ private:
 };
 
 // What a SERVICE_STATUS_HANDLE stands for.
-class ServiceStatusObject final : public Object {
+class ServiceStatusObject final : public Object
+{
 public:
     static constexpr ObjectKind kKind = ObjectKind::ServiceStatus;
     explicit ServiceStatusObject(std::shared_ptr<Dispatcher> dispatcher) noexcept

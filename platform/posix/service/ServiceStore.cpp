@@ -15,10 +15,13 @@
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
-namespace vlt::posix::service {
-namespace {
+namespace vlt::posix::service
+{
+namespace
+{
 
 constexpr std::uint32_t StatusMagic = 0x31535256; // "VRS1"
 
@@ -43,7 +46,10 @@ int ServicesFolder()
     return folder;
 }
 
-DWORD ErrorFromHost() { return errno == EROFS ? ERROR_ACCESS_DENIED : ErrorFromErrno(errno); }
+DWORD ErrorFromHost()
+{
+    return errno == EROFS ? ERROR_ACCESS_DENIED : ErrorFromErrno(errno);
+}
 
 std::string FolderName(WStringView name)
 {
@@ -55,7 +61,8 @@ std::string FolderName(WStringView name)
 bool IsLocked(int folder)
 {
     const Fd file(openat(folder, "process", O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-    struct flock query {};
+    struct flock query {
+    };
     query.l_type = F_WRLCK;
     query.l_whence = SEEK_SET;
     return file && fcntl(file.Get(), F_OFD_GETLK, &query) == 0 && query.l_type != F_UNLCK;
@@ -212,7 +219,8 @@ DWORD ServiceFolder::Remove(WStringView name)
     const Fd lock = LockStart();
     if (!lock)
         return errno == ENOENT ? ERROR_SERVICE_MARKED_FOR_DELETE : ErrorFromHost();
-    struct stat info {};
+    struct stat info {
+    };
     if (IsMarked() || (fstat(Get(), &info) == 0 && info.st_nlink == 0))
         return ERROR_SERVICE_MARKED_FOR_DELETE;
     if (!IsRunning())
@@ -220,9 +228,15 @@ DWORD ServiceFolder::Remove(WStringView name)
     return WriteFile(Get(), "deleted", "") ? ERROR_SUCCESS : ErrorFromHost();
 }
 
-bool ServiceFolder::IsMarked() const { return faccessat(Get(), "deleted", F_OK, 0) == 0; }
+bool ServiceFolder::IsMarked() const
+{
+    return faccessat(Get(), "deleted", F_OK, 0) == 0;
+}
 
-bool ServiceFolder::IsRunning() const { return IsLocked(Get()); }
+bool ServiceFolder::IsRunning() const
+{
+    return IsLocked(Get());
+}
 
 SERVICE_STATUS_PROCESS ServiceFolder::Query() const
 {
@@ -263,7 +277,8 @@ SERVICE_STATUS_PROCESS ServiceFolder::Query() const
 bool ServiceFolder::LockProcess(Fd& lock) const
 {
     lock = Fd(openat(Get(), "process", O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
-    struct flock request {};
+    struct flock request {
+    };
     request.l_type = F_WRLCK;
     request.l_whence = SEEK_SET;
     return lock && fcntl(lock.Get(), F_OFD_SETLK, &request) == 0;

@@ -17,7 +17,8 @@
 
 #include <string>
 
-namespace vlt::posix::service {
+namespace vlt::posix::service
+{
 
 struct ServiceConfig {
     WString name;
@@ -29,7 +30,8 @@ struct ServiceConfig {
 };
 
 // The calls return a Windows code, ERROR_SUCCESS when done.
-class ServiceFolder {
+class ServiceFolder
+{
 public:
     // ERROR_SERVICE_DOES_NOT_EXIST when absent. A service that was marked for deletion and has ended
     // since is removed first.

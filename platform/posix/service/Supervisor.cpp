@@ -9,8 +9,10 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-namespace vlt::posix::service {
-namespace {
+namespace vlt::posix::service
+{
+namespace
+{
 
 void Send(const std::string& text) noexcept
 {
@@ -32,8 +34,8 @@ void Send(const std::string& text) noexcept
 
 const char* TextOf(DWORD state) noexcept
 {
-    static constexpr const char* Texts[] = {"unknown",  "stopped",    "starting", "stopping",
-                                            "running",  "continuing", "pausing",  "paused"};
+    static constexpr const char* Texts[] = {"unknown", "stopped",    "starting", "stopping",
+                                            "running", "continuing", "pausing",  "paused"};
     return state < std::size(Texts) ? Texts[state] : Texts[0];
 }
 

@@ -4,9 +4,11 @@
 
 #include "platform/win32.h"
 
-namespace vlt::posix::service {
+namespace vlt::posix::service
+{
 
-class Supervisor {
+class Supervisor
+{
 public:
     // Tells what changed from one reported state to the next; in the order of the reports.
     void OnStatus(const SERVICE_STATUS& status) noexcept;

@@ -1,0 +1,121 @@
+#include "platform/posix/service/ServiceProcess.h"
+
+#include "platform/posix/core/Error.h"
+#include "platform/posix/core/MachineRoot.h"
+#include "platform/posix/core/Utf.h"
+#include "platform/posix/service/CommandLine.h"
+#include "platform/posix/service/ControlChannel.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace vlt::posix::service
+{
+namespace
+{
+
+using Texts = std::vector<std::string>;
+
+std::vector<char*> Pointers(Texts& texts)
+{
+    std::vector<char*> pointers;
+    for (std::string& text : texts)
+        pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+Texts Environment(const ServiceConfig& config, int channel)
+{
+    Texts environment;
+    for (char** entry = environ; *entry; ++entry) {
+        const std::string_view text(*entry);
+        // The readiness socket, if there is one, is the starter's.
+        if (!text.starts_with("VLT_SERVICE=") && !text.starts_with("VLT_SERVICE_CHANNEL=") &&
+            !text.starts_with("VLT_ROOT=") && !text.starts_with("NOTIFY_SOCKET="))
+            environment.emplace_back(text);
+    }
+    environment.push_back("VLT_SERVICE=" + Utf8FromUtf16(config.name));
+    environment.push_back("VLT_ROOT=" + MachineRoot());
+    environment.push_back("VLT_SERVICE_CHANNEL=" + std::to_string(channel));
+    return environment;
+}
+
+// Only calls that are safe between fork and exec of a threaded process. Ends in exec.
+[[noreturn]] void Become(int channel, char** arguments, char** environment)
+{
+    setsid();
+    const pid_t child = fork();
+    if (child != 0)
+        _exit(child < 0 ? 1 : 0); // the service is nobody's child: its starter need not wait for it
+    ChannelReport report{ChannelReport::ProcessId, static_cast<std::uint32_t>(getpid())};
+    [[maybe_unused]] ssize_t sent = send(channel, &report, sizeof(report), MSG_NOSIGNAL);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGPIPE, SIGPWR})
+        signal(number, SIG_DFL);
+    fcntl(channel, F_SETFD, 0);
+    execve(arguments[0], arguments, environment);
+    report = {ChannelReport::ExecFailed, static_cast<std::uint32_t>(errno)};
+    sent = send(channel, &report, sizeof(report), MSG_NOSIGNAL);
+    _exit(127);
+}
+
+// Follows the new process until it has connected or will not.
+DWORD WaitForConnection(int channel)
+{
+    pid_t process = 0;
+    while (WaitReadable(channel, ControlWait)) {
+        ChannelReport report{};
+        if (recv(channel, &report, sizeof(report), 0) != sizeof(report))
+            return ERROR_SERVICE_REQUEST_TIMEOUT; // it has ended
+        if (report.kind == ChannelReport::Connected)
+            return ERROR_SUCCESS;
+        if (report.kind == ChannelReport::ExecFailed)
+            return ErrorFromErrno(static_cast<int>(report.value));
+        process = static_cast<pid_t>(report.value);
+    }
+    if (process > 0)
+        kill(process, SIGKILL);
+    return ERROR_SERVICE_REQUEST_TIMEOUT;
+}
+
+} // namespace
+
+DWORD StartProcess(const ServiceConfig& config, const std::u16string& packedArguments)
+{
+    Texts arguments;
+    if (const DWORD error = ResolveCommandLine(config.path, arguments))
+        return error;
+    int sockets[2];
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets) != 0)
+        return ErrorFromErrno(errno);
+    const Fd ours(sockets[0]);
+    Fd theirs(sockets[1]);
+    Texts environment = Environment(config, theirs.Get());
+    const std::vector<char*> argumentList = Pointers(arguments);
+    const std::vector<char*> environmentList = Pointers(environment);
+    if (send(ours.Get(), packedArguments.data(), packedArguments.size() * sizeof(WCHAR), MSG_NOSIGNAL) < 0)
+        return ErrorFromErrno(errno);
+    const pid_t middle = fork();
+    if (middle < 0)
+        return ErrorFromErrno(errno);
+    if (middle == 0)
+        Become(theirs.Get(), const_cast<char**>(argumentList.data()), const_cast<char**>(environmentList.data()));
+    theirs = Fd();
+    int status = 0;
+    while (waitpid(middle, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WaitForConnection(ours.Get());
+}
+
+} // namespace vlt::posix::service
