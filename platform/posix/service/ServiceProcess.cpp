@@ -3,7 +3,8 @@
 #include "platform/posix/core/Error.h"
 #include "platform/posix/core/MachineRoot.h"
 #include "platform/posix/core/Utf.h"
-#include "platform/posix/service/CommandLine.h"
+#include "platform/posix/kernel/CommandLine.h"
+#include "platform/posix/kernel/HostPath.h"
 #include "platform/posix/service/ControlChannel.h"
 
 #include <cerrno>
@@ -33,6 +34,25 @@ std::vector<char*> Pointers(Texts& texts)
     return pointers;
 }
 
+// The host path of the configured program; empty when there is no such file.
+std::string FindProgram(WStringView commandLine, Texts& arguments)
+{
+    for (const CommandReading& reading : ReadCommandLine(commandLine)) {
+        for (const char* const extension : {"", ".exe"}) {
+            struct stat info {
+            };
+            const std::string path = HostPathFromWindows(reading.program) + extension;
+            if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
+                continue;
+            arguments = {Utf8FromUtf16(reading.program)};
+            for (const std::u16string& argument : SplitArguments(reading.rest))
+                arguments.push_back(Utf8FromUtf16(argument));
+            return path;
+        }
+    }
+    return {};
+}
+
 Texts Environment(const ServiceConfig& config, int channel)
 {
     Texts environment;
@@ -50,7 +70,7 @@ Texts Environment(const ServiceConfig& config, int channel)
 }
 
 // Only calls that are safe between fork and exec of a threaded process. Ends in exec.
-[[noreturn]] void Become(int channel, char** arguments, char** environment)
+[[noreturn]] void Become(int channel, const char* program, char* const* arguments, char* const* environment)
 {
     setsid();
     const pid_t child = fork();
@@ -64,7 +84,7 @@ Texts Environment(const ServiceConfig& config, int channel)
     for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGPIPE, SIGPWR})
         signal(number, SIG_DFL);
     fcntl(channel, F_SETFD, 0);
-    execve(arguments[0], arguments, environment);
+    execve(program, arguments, environment);
     report = {ChannelReport::ExecFailed, static_cast<std::uint32_t>(errno)};
     sent = send(channel, &report, sizeof(report), MSG_NOSIGNAL);
     _exit(127);
@@ -94,8 +114,9 @@ DWORD WaitForConnection(int channel)
 DWORD StartProcess(const ServiceConfig& config, const std::u16string& packedArguments)
 {
     Texts arguments;
-    if (const DWORD error = ResolveCommandLine(config.path, arguments))
-        return error;
+    const std::string program = FindProgram(config.path, arguments);
+    if (program.empty())
+        return ERROR_FILE_NOT_FOUND;
     int sockets[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets) != 0)
         return ErrorFromErrno(errno);
@@ -110,7 +131,7 @@ DWORD StartProcess(const ServiceConfig& config, const std::u16string& packedArgu
     if (middle < 0)
         return ErrorFromErrno(errno);
     if (middle == 0)
-        Become(theirs.Get(), const_cast<char**>(argumentList.data()), const_cast<char**>(environmentList.data()));
+        Become(theirs.Get(), program.c_str(), argumentList.data(), environmentList.data());
     theirs = Fd();
     int status = 0;
     while (waitpid(middle, &status, 0) < 0 && errno == EINTR) {
