@@ -393,6 +393,68 @@ TEST_F(Settings, ExcelFoldersBringTheRecycleFoldersWithThem)
     EXPECT_TRUE(folders.ends_with(nul + folder + TEXT("\\") + nul));
 }
 
+// The textual SID of the account that runs the test, from the bytes of the structure.
+WString CurrentHive(std::string& user)
+{
+    char name[257] = {};
+    DWORD nameSize = 256;
+    alignas(8) BYTE sid[256] = {};
+    DWORD sidSize = sizeof(sid);
+    char domain[256] = {};
+    DWORD domainSize = sizeof(domain);
+    SID_NAME_USE use = SidTypeUnknown;
+    if (!GetUserNameA(name, &nameSize) || !LookupAccountNameA(nullptr, name, sid, &sidSize, domain, &domainSize, &use))
+        return {};
+    user = name;
+    WString text = vlt::Format(TEXT("S-%u-%u"), unsigned{sid[0]}, unsigned{sid[7]});
+    for (unsigned i = 0; i < sid[1]; ++i) {
+        std::uint32_t part = 0;
+        std::memcpy(&part, sid + 8 + 4 * i, 4);
+        text += vlt::Format(TEXT("-%u"), part);
+    }
+    return text;
+}
+
+TEST_F(Settings, ExcelFoldersOfTheUser)
+{
+    std::string user;
+    const WString hive = CurrentHive(user);
+    ASSERT_FALSE(hive.empty());
+    const WString excel = hive + TEXT("\\Software\\Microsoft\\Office\\11.0\\Excel");
+    const WString options = excel + TEXT("\\Options");
+    const WString profiles = TEXT("SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList");
+    const WString profile = profiles + TEXT("\\") + hive;
+    if (vlt::RegKeyExists(HKEY_USERS, excel.c_str()))
+        GTEST_SKIP() << "this account's own settings are not to be touched";
+
+    const vlt::test::TempFolder home;
+    std::filesystem::create_directories(home.HostPath("Application Data/Microsoft/Excel/Xlstart"));
+    std::filesystem::create_directories(home.HostPath("Alt"));
+    std::string expected = vlt::ToNarrow(home.PathW("Alt")) + "\\*";
+    // An account that has a profile keeps it; the other's is named with a variable, as the system does.
+    const bool madeProfile = !vlt::RegKeyExists(kRoot, profile.c_str());
+    if (madeProfile) {
+        SetEnvironmentVariableW(TEXT("VLT_TEST_HOME"), home.PathW().c_str());
+        const WCHAR image[] = TEXT("%VLT_TEST_HOME%");
+        vlt::RegKey key;
+        ASSERT_EQ(RegCreateKeyExW(kRoot, profile.c_str(), 0, nullptr, 0, KEY_WRITE | KEY_WOW64_32KEY, nullptr,
+                                  key.Receive(), nullptr),
+                  LSTATUS{0});
+        RegSetValueExW(key.Get(), TEXT("ProfileImagePath"), 0, REG_EXPAND_SZ, reinterpret_cast<const BYTE*>(image),
+                       sizeof(image));
+        expected.insert(0, vlt::ToNarrow(home.PathW()) + "\\Application Data\\Microsoft\\Excel\\Xlstart\\*");
+    }
+    EXPECT_TRUE(vlt::SetRegString(HKEY_USERS, options.c_str(), TEXT("AltStartup"), home.PathW("Alt").c_str()));
+    Set(SettingId::UserName, vlt::ToWide(user));
+    std::string list;
+    GetXLStartFolderList("service", list);
+    if (madeProfile)
+        vlt::DeleteRegKey(kRoot, profiles.c_str(), hive.c_str());
+    vlt::DeleteRegKey(HKEY_USERS, excel.c_str(), TEXT("Options"));
+    vlt::DeleteRegKey(HKEY_USERS, (hive + TEXT("\\Software\\Microsoft\\Office\\11.0")).c_str(), TEXT("Excel"));
+    EXPECT_EQ(list, expected);
+}
+
 TEST_F(Settings, ForbidListKeepsWholeEntriesWithinItsSize)
 {
     std::string excel;
