@@ -8,8 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
+#include <algorithm>
 
 namespace
 {
@@ -237,34 +236,6 @@ TEST_F(Registry, FileContentIsStoredWholeOrNotAtAll)
         EXPECT_FALSE(vlt::SetRegFileContent(kRoot, Key(), TEXT("Other"), file.c_str())) << "someone writes it";
     }
     EXPECT_FALSE(vlt::RegValueExists(kRoot, Key(), TEXT("Other")));
-}
-
-// Each value written is one letter repeated; a reader must never see two letters, nor another length.
-TEST_F(Registry, ReaderNeverSeesAMixtureOfTwoWrites)
-{
-    std::atomic<bool> stop{false};
-    EXPECT_TRUE(vlt::SetRegString(kRoot, Key(), kName, TEXT("a")));
-    std::thread writer([&] {
-        for (unsigned i = 0; !stop; ++i)
-            vlt::SetRegString(kRoot, Key(), kName,
-                              WString(i % 2 ? 120 : 1, static_cast<WCHAR>(TEXT('a') + i % 26)).c_str());
-    });
-    for (int i = 0; i < 2000; ++i) {
-        WCHAR text[260] = {};
-        if (!vlt::GetRegString(kRoot, Key(), kName, TEXT("default"), text, 260)) {
-            EXPECT_EQ(WString(text), TEXT("default"));
-            continue;
-        }
-        const WString seen = text;
-        EXPECT_TRUE(seen.size() == 1 || seen.size() == 120) << seen.size();
-        EXPECT_EQ(seen, WString(seen.size(), seen[0]));
-        std::vector<BYTE> bytes;
-        if (vlt::GetRegBytes(kRoot, Key(), kName, bytes)) {
-            EXPECT_TRUE(bytes.size() == 4 || bytes.size() == 242) << bytes.size();
-        }
-    }
-    stop = true;
-    writer.join();
 }
 
 TEST_F(Registry, CipheredValue)

@@ -7,7 +7,6 @@
 #include "platform/Format.h"
 #include "platform/Text.h"
 #include "platform/Unique.h"
-#include "realtime/DefaultExtension.h"
 #include "realtime/Detection.h"
 #include "realtime/State.h"
 #include "tests/support/Support.h"
@@ -31,8 +30,6 @@ struct Library {
     std::vector<std::string> calls;
     AsConfigRecord config{};
     WString protectedFolders; // with its NULs
-    std::uint32_t listSizes[2] = {};
-    WString extensions; // of ASGetEngineDefaultExtListW
 };
 Library g_library;
 
@@ -80,18 +77,6 @@ std::int32_t WINAPI SetFolder(AsHandle, const WCHAR* path)
     g_library.calls.push_back(PathCall("folder", path));
     return 1;
 }
-// A library that fills the buffer to the last unit when it is just large enough.
-std::int32_t WINAPI GetExtensions(AsHandle, WCHAR* buffer, std::uint32_t* size)
-{
-    const std::uint32_t given = *size;
-    g_library.listSizes[g_library.listSizes[0] != 0] = given;
-    *size = static_cast<std::uint32_t>(g_library.extensions.size());
-    if (*size > given)
-        return 0;
-    g_library.extensions.copy(buffer, *size);
-    return 1;
-}
-
 class Settings : public testing::Test
 {
 protected:
@@ -106,7 +91,6 @@ protected:
         table.ASStopScan = StopScan;
         table.ASSetExceptionFilePathW = SetFile;
         table.ASSetExceptionFolderPathW = SetFolder;
-        table.ASGetEngineDefaultExtListW = GetExtensions;
         vlt::Realtime().scanHandle = &g_library;
     }
     void TearDown() override { Clean(); }
@@ -141,83 +125,75 @@ protected:
     }
 };
 
+// The numbers that reach the record as they stand in the registry, with the field's content when
+// they do not stand there.
+constexpr struct {
+    SettingId id;
+    std::uint32_t AsConfigRecord::*field;
+    std::uint32_t fallback;
+} kNumbers[] = {
+    {SettingId::Action, &AsConfigRecord::firstAction, 3},
+    {SettingId::Action2nd, &AsConfigRecord::secondAction, 2},
+    {SettingId::ActiveAction, &AsConfigRecord::activeAction, 1},
+    {SettingId::ActiveScan, &AsConfigRecord::activeScan, 1},
+    {SettingId::CleanBackup, &AsConfigRecord::cleanBackup, 1},
+    {SettingId::InOut, &AsConfigRecord::directionMask, 15},
+    {SettingId::ZipScan, &AsConfigRecord::zipScan, 0},
+    {SettingId::ZipClean, &AsConfigRecord::zipClean, 0},
+    {SettingId::MonitorNetwork, &AsConfigRecord::monitorNetwork, 1},
+    {SettingId::GenericMacro, &AsConfigRecord::genericMacro, 1},
+    {SettingId::ExtractFileSizeLimit, &AsConfigRecord::extractSizeLimit, 0xFFFFFFFF},
+    {SettingId::ExtractFileCountLimit, &AsConfigRecord::extractCountLimit, 0},
+    {SettingId::EncodeBackup, &AsConfigRecord::encodedBackup, 6},
+    {SettingId::SpyThreats, &AsConfigRecord::spywareMask, 0},
+    {SettingId::ScriptTrap, &AsConfigRecord::scriptTrap, 1},
+    {SettingId::PackTrap, &AsConfigRecord::packTrap, 1},
+};
+
+void ExpectTexts(const AsConfigRecord& config, const WString& folder, const WString& folder2nd,
+                 const WString& extension)
+{
+    EXPECT_EQ(WString(config.moveFolder), folder);
+    EXPECT_EQ(WString(config.moveFolder2nd), folder2nd);
+    EXPECT_EQ(WString(config.backupFolder), folder + TEXT("\\backup\\"));
+    EXPECT_EQ(WString(config.renameExtension), extension);
+    EXPECT_EQ(WString(config.renameExtension2nd), extension);
+}
+
 TEST_F(Settings, DefaultsFillTheRecord)
 {
     const AsConfigRecord& config = Apply();
-    const WString folder = vlt::ProgramFolder();
-    EXPECT_EQ(config.firstAction, 3u);
-    EXPECT_EQ(config.secondAction, 2u);
-    EXPECT_EQ(WString(config.moveFolder), folder);
-    EXPECT_EQ(WString(config.moveFolder2nd), folder);
-    EXPECT_EQ(WString(config.renameExtension), TEXT(".VIR"));
-    EXPECT_EQ(WString(config.renameExtension2nd), TEXT(".VIR"));
-    EXPECT_EQ(config.cleanBackup, 1u);
-    EXPECT_EQ(WString(config.backupFolder), folder + TEXT("\\backup\\"));
-    EXPECT_EQ(config.zipScan, 0u);
-    EXPECT_EQ(config.protectedFolders, nullptr) << "no Excel: not even the recycle folders";
-    EXPECT_EQ(config.genericMacro, 1u);
-    EXPECT_EQ(config.zipClean, 0u);
-    EXPECT_EQ(config.extractSizeLimit, 0xFFFFFFFFu);
-    EXPECT_EQ(config.extractCountLimit, 0u);
-    EXPECT_EQ(config.encodedBackup, 6u);
-    EXPECT_EQ(config.activeAction, 1u);
-    EXPECT_EQ(config.activeScan, 1u);
-    EXPECT_EQ(config.spywareMask, 0u);
-    EXPECT_EQ(config.scriptTrap, 1u);
-    EXPECT_EQ(config.packTrap, 1u);
-    EXPECT_EQ(config.directionMask, 15u);
+    for (const auto& number : kNumbers)
+        EXPECT_EQ(config.*number.field, number.fallback) << vlt::ToNarrow(vlt::Setting(number.id).name);
+    ExpectTexts(config, vlt::ProgramFolder(), vlt::ProgramFolder(), TEXT(".VIR"));
     EXPECT_EQ(WString(config.extensionList), TEXT("*"));
-    EXPECT_EQ(config.monitorNetwork, 1u);
-    EXPECT_EQ((std::array{config.fixed3964, config.fixed3968, config.fixed3972, config.fixed3980}),
-              (std::array<std::uint32_t, 4>{1, 1, 1, 1}));
+    EXPECT_EQ(config.protectedFolders, nullptr) << "no Excel: not even the recycle folders";
+    EXPECT_TRUE(config.fixed3964 == 1 && config.fixed3968 == 1 && config.fixed3972 == 1 && config.fixed3980 == 1);
     EXPECT_EQ(config.lastScanCallback, nullptr);
     EXPECT_EQ(config.detectionCallback, &RealTimeScanVirusCallBack);
     EXPECT_EQ(config.spywareCallback, &RealTimeScanVirusCallBack);
-    EXPECT_EQ(config.detectionContext, nullptr);
-    EXPECT_EQ(config.spywareContext, nullptr);
+    EXPECT_TRUE(config.detectionContext == nullptr && config.spywareContext == nullptr);
 }
 
 TEST_F(Settings, EachValueReachesItsOwnField)
 {
-    const struct {
-        SettingId id;
-        std::uint32_t AsConfigRecord::*field;
-    } raw[] = {
-        {SettingId::Action, &AsConfigRecord::firstAction},
-        {SettingId::Action2nd, &AsConfigRecord::secondAction},
-        {SettingId::ActiveAction, &AsConfigRecord::activeAction},
-        {SettingId::ActiveScan, &AsConfigRecord::activeScan},
-        {SettingId::CleanBackup, &AsConfigRecord::cleanBackup},
-        {SettingId::InOut, &AsConfigRecord::directionMask},
-        {SettingId::ZipScan, &AsConfigRecord::zipScan},
-        {SettingId::MonitorNetwork, &AsConfigRecord::monitorNetwork},
-        {SettingId::GenericMacro, &AsConfigRecord::genericMacro},
-        {SettingId::ExtractFileSizeLimit, &AsConfigRecord::extractSizeLimit},
-        {SettingId::ExtractFileCountLimit, &AsConfigRecord::extractCountLimit},
-        {SettingId::SpyThreats, &AsConfigRecord::spywareMask},
-        {SettingId::ScriptTrap, &AsConfigRecord::scriptTrap},
-        {SettingId::PackTrap, &AsConfigRecord::packTrap},
-    };
     DWORD value = 1000;
-    for (const auto& setting : raw)
-        Set(setting.id, value++);
+    for (const auto& number : kNumbers)
+        Set(number.id, value++);
     Set(SettingId::ZipScanOnOff, 2);
     Set(SettingId::Spyware, 1);
-    Set(SettingId::ZipClean, 5);
     Set(SettingId::MoveDirectory, TEXT("D:\\first\\"));
     Set(SettingId::MoveDirectory2nd, TEXT("D:\\second"));
     Set(SettingId::RenameExt, TEXT(".X"));
 
     const AsConfigRecord& config = Apply();
     value = 1000;
-    for (const auto& setting : raw)
-        EXPECT_EQ(config.*setting.field, value++) << vlt::ToNarrow(vlt::Setting(setting.id).name);
-    EXPECT_EQ(config.zipClean, 1u);
-    EXPECT_EQ(WString(config.moveFolder), TEXT("D:\\first\\"));
-    EXPECT_EQ(WString(config.moveFolder2nd), TEXT("D:\\second"));
-    EXPECT_EQ(WString(config.backupFolder), TEXT("D:\\first\\\\backup\\"));
-    EXPECT_EQ(WString(config.renameExtension), TEXT(".X"));
-    EXPECT_EQ(WString(config.renameExtension2nd), TEXT(".X"));
+    for (const auto& number : kNumbers) {
+        const DWORD expected = number.id == SettingId::ZipClean ? 1 : number.id == SettingId::EncodeBackup ? 0 : value;
+        EXPECT_EQ(config.*number.field, expected) << vlt::ToNarrow(vlt::Setting(number.id).name);
+        ++value;
+    }
+    ExpectTexts(config, TEXT("D:\\first\\"), TEXT("D:\\second"), TEXT(".X"));
 }
 
 TEST_F(Settings, DerivedFields)
@@ -274,6 +250,8 @@ TEST_F(Settings, ExtensionList)
 
 TEST_F(Settings, ExceptionsEndAtTheFirstMissingNumber)
 {
+    std::vector<WString> files{TEXT("kept")};
+    EXPECT_EQ(GetExceptionFileList(files), 0) << "no key";
     SetException(TEXT("File1"), TEXT("C:\\b"));
     SetException(TEXT("Folder0"), TEXT("none"));
     SetException(TEXT("Folder1"), TEXT(""));
@@ -291,20 +269,11 @@ TEST_F(Settings, ExceptionsEndAtTheFirstMissingNumber)
     SetException(TEXT("File0"), TEXT("C:\\a"));
     for (int i = 2; i <= 101; ++i)
         SetException(vlt::Format(TEXT("File%d"), i).c_str(), TEXT("C:\\f"));
-    std::vector<WString> files{TEXT("kept")};
     EXPECT_EQ(GetExceptionFileList(files), 1);
     ASSERT_EQ(files.size(), 101u);
     EXPECT_EQ(files[0], TEXT("kept"));
     EXPECT_EQ(files[1], TEXT("C:\\a"));
     EXPECT_EQ(files[2], TEXT("C:\\b"));
-}
-
-TEST_F(Settings, NoExceptionKey)
-{
-    std::vector<WString> list;
-    EXPECT_EQ(GetExceptionFileList(list), 0);
-    EXPECT_EQ(GetExceptionFolderList(list), 0);
-    EXPECT_TRUE(list.empty());
 }
 
 TEST_F(Settings, DebugLogInItsUsualPlaceIsAnException)
@@ -393,68 +362,6 @@ TEST_F(Settings, ExcelFoldersBringTheRecycleFoldersWithThem)
     EXPECT_TRUE(folders.ends_with(nul + folder + TEXT("\\") + nul));
 }
 
-// The textual SID of the account that runs the test, from the bytes of the structure.
-WString CurrentHive(std::string& user)
-{
-    char name[257] = {};
-    DWORD nameSize = 256;
-    alignas(8) BYTE sid[256] = {};
-    DWORD sidSize = sizeof(sid);
-    char domain[256] = {};
-    DWORD domainSize = sizeof(domain);
-    SID_NAME_USE use = SidTypeUnknown;
-    if (!GetUserNameA(name, &nameSize) || !LookupAccountNameA(nullptr, name, sid, &sidSize, domain, &domainSize, &use))
-        return {};
-    user = name;
-    WString text = vlt::Format(TEXT("S-%u-%u"), unsigned{sid[0]}, unsigned{sid[7]});
-    for (unsigned i = 0; i < sid[1]; ++i) {
-        std::uint32_t part = 0;
-        std::memcpy(&part, sid + 8 + 4 * i, 4);
-        text += vlt::Format(TEXT("-%u"), part);
-    }
-    return text;
-}
-
-TEST_F(Settings, ExcelFoldersOfTheUser)
-{
-    std::string user;
-    const WString hive = CurrentHive(user);
-    ASSERT_FALSE(hive.empty());
-    const WString excel = hive + TEXT("\\Software\\Microsoft\\Office\\11.0\\Excel");
-    const WString options = excel + TEXT("\\Options");
-    const WString profiles = TEXT("SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList");
-    const WString profile = profiles + TEXT("\\") + hive;
-    if (vlt::RegKeyExists(HKEY_USERS, excel.c_str()))
-        GTEST_SKIP() << "this account's own settings are not to be touched";
-
-    const vlt::test::TempFolder home;
-    std::filesystem::create_directories(home.HostPath("Application Data/Microsoft/Excel/Xlstart"));
-    std::filesystem::create_directories(home.HostPath("Alt"));
-    std::string expected = vlt::ToNarrow(home.PathW("Alt")) + "\\*";
-    // An account that has a profile keeps it; the other's is named with a variable, as the system does.
-    const bool madeProfile = !vlt::RegKeyExists(kRoot, profile.c_str());
-    if (madeProfile) {
-        SetEnvironmentVariableW(TEXT("VLT_TEST_HOME"), home.PathW().c_str());
-        const WCHAR image[] = TEXT("%VLT_TEST_HOME%");
-        vlt::RegKey key;
-        ASSERT_EQ(RegCreateKeyExW(kRoot, profile.c_str(), 0, nullptr, 0, KEY_WRITE | KEY_WOW64_32KEY, nullptr,
-                                  key.Receive(), nullptr),
-                  LSTATUS{0});
-        RegSetValueExW(key.Get(), TEXT("ProfileImagePath"), 0, REG_EXPAND_SZ, reinterpret_cast<const BYTE*>(image),
-                       sizeof(image));
-        expected.insert(0, vlt::ToNarrow(home.PathW()) + "\\Application Data\\Microsoft\\Excel\\Xlstart\\*");
-    }
-    EXPECT_TRUE(vlt::SetRegString(HKEY_USERS, options.c_str(), TEXT("AltStartup"), home.PathW("Alt").c_str()));
-    Set(SettingId::UserName, vlt::ToWide(user));
-    std::string list;
-    GetXLStartFolderList("service", list);
-    if (madeProfile)
-        vlt::DeleteRegKey(kRoot, profiles.c_str(), hive.c_str());
-    vlt::DeleteRegKey(HKEY_USERS, excel.c_str(), TEXT("Options"));
-    vlt::DeleteRegKey(HKEY_USERS, (hive + TEXT("\\Software\\Microsoft\\Office\\11.0")).c_str(), TEXT("Excel"));
-    EXPECT_EQ(list, expected);
-}
-
 TEST_F(Settings, ForbidListKeepsWholeEntriesWithinItsSize)
 {
     std::string excel;
@@ -466,57 +373,6 @@ TEST_F(Settings, ForbidListKeepsWholeEntriesWithinItsSize)
     EXPECT_TRUE(list.ends_with(std::string("\\\0\0", 3)));
     EXPECT_EQ(list.find(std::string(2, '\0')), list.size() - 2) << "an empty entry would end the list";
     EXPECT_EQ(list.find('*'), std::string::npos);
-}
-
-TEST(ExtensionList, Rewriting)
-{
-    const struct {
-        const char* list;
-        const char* result;
-    } cases[] = {
-        {"", ".{*.WBS"},
-        {"EXE;COM", ".{*EXE.COM.WBS"},
-        {"\"EXE\";\"COM\"", ".{*EXE.COM.WBS"},
-        {"EXE;WBS", ".{*EXE.WBS"},
-        {"EXE;XWBSX", ".{*EXE.XWBSX"},
-        {"EXE;wbs", ".{*EXE.wbs.WBS"},
-        {"EXE;{WBS};COM", ".{*EXE.WBS"},
-        {";{", ".{*.WBS"},
-        {"EXE;", ".{*EXE..WBS"},
-        {"EXE;\"{X}", ".{*EXE.{X}.WBS"},
-        {"W\"BS", ".{*WBS"},
-    };
-    for (const auto& test : cases)
-        EXPECT_EQ(RewriteExtensionList(test.list), test.result) << test.list;
-}
-
-TEST_F(Settings, EngineExtensionsAreStoredWhateverTheirLength)
-{
-    for (const std::size_t length : {3u, 512u, 513u, 5000u}) {
-        g_library.extensions = WString(length, TEXT('E'));
-        g_library.listSizes[0] = g_library.listSizes[1] = 0;
-        EXPECT_EQ(WriteEngineDefaultExtList(&g_library), 1);
-        EXPECT_EQ(g_library.listSizes[0], 512u);
-        EXPECT_EQ(g_library.listSizes[1], length > 512 ? length : 0);
-        std::vector<BYTE> stored;
-        ASSERT_TRUE(vlt::GetRegBytes(kRoot, vlt::kRealTimeScanKey, TEXT("DefaultExtension"), stored));
-        const WString wanted = TEXT(".{*") + WString(length, TEXT('E')) + TEXT(".WBS");
-        ASSERT_EQ(stored.size(), (wanted.size() + 1) * sizeof(WCHAR));
-        EXPECT_EQ(std::memcmp(stored.data(), wanted.c_str(), stored.size()), 0);
-    }
-}
-
-TEST_F(Settings, BrokenEngineLeavesTheStoredExtensionsAlone)
-{
-    Set(SettingId::DefaultExtension, TEXT("old"));
-    vlt::Realtime().scanTable.ASGetEngineDefaultExtListW = [](AsHandle, WCHAR*, std::uint32_t* size) -> std::int32_t {
-        *size = 0xFFFFFFFF;
-        return 0;
-    };
-    EXPECT_EQ(WriteEngineDefaultExtList(&g_library), 0);
-    WCHAR text[16] = {};
-    EXPECT_TRUE(vlt::GetRegString(kRoot, vlt::kRealTimeScanKey, TEXT("DefaultExtension"), TEXT(""), text, 16));
-    EXPECT_EQ(WString(text), TEXT("old"));
 }
 
 } // namespace
