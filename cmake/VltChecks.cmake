@@ -3,13 +3,11 @@ if(WIN32)
     # The exact names of the product's files; a client loads and starts them by these.
     add_test(NAME ${VLT_PRESET}.imports
         COMMAND ${CMAKE_SOURCE_DIR}/cmake/check-programs ${CMAKE_OBJDUMP} ${CMAKE_BINARY_DIR}/bin
-            vlntsrv.exe ArdScan.dll)
+            Vlntsrv.exe ArdScan.dll)
     get_filename_component(import_dir ${CMAKE_FIND_ROOT_PATH}/lib ABSOLUTE)
     set(objects)
-    foreach(target engine ardcommon realtime service vlntsrv)
-        if(TARGET ${target})
-            list(APPEND objects $<TARGET_OBJECTS:${target}>)
-        endif()
+    foreach(target vlt_trace vlt_engine vlt_ardcommon vlt_realtime vlt_service vlntsrv)
+        list(APPEND objects $<TARGET_OBJECTS:${target}>)
     endforeach()
     add_test(NAME ${VLT_PRESET}.api COMMAND_EXPAND_LISTS
         COMMAND ${CMAKE_SOURCE_DIR}/cmake/check-api imports ${CMAKE_SOURCE_DIR}/platform/api.txt
