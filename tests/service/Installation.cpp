@@ -7,12 +7,16 @@
 #include <cstdlib>
 #include <sstream>
 
-namespace vlt::test {
-namespace {
+namespace vlt::test
+{
+namespace
+{
 
 namespace fs = std::filesystem;
 
 constexpr unsigned kDeadline = 40000; // more than any wait of the service itself
+// With our own platform layer the tests see more than a manager shows.
+constexpr bool kOwnPlatform = !std::is_same_v<WCHAR, wchar_t>;
 constexpr const WCHAR* kName = TEXT("Vlntsrv");
 
 // Hard links, since the programs are large with sanitizers.
@@ -28,7 +32,8 @@ fs::path Built(const char* stem)
 {
     for (const auto& entry : fs::directory_iterator(ProductFolder())) {
         std::string name = entry.path().filename().string();
-        std::transform(name.begin(), name.end(), name.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+        std::transform(name.begin(), name.end(), name.begin(),
+                       [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
         if (name == stem || name == std::string(stem) + ".exe")
             return entry.path();
     }
@@ -91,28 +96,6 @@ std::string Listing(const std::vector<std::string>& lines)
     return text;
 }
 
-std::string Line(const Json& record)
-{
-    const std::string call = record["call"];
-    std::string line;
-    if (call == "TraceExA" || call == "TraceA") {
-        line = (call == "TraceA" ? "TraceA " : "") + record["level"].dump() + ' ' + record["source"].get<std::string>() +
-               ' ' + record["text"].get<std::string>();
-        const bool named = call == "TraceA" || (record["module"] == "VlntSrv" && record["one"] == 1);
-        return named && record["line"].get<int>() > 0 ? line : "MALFORMED " + record.dump();
-    }
-    line = call;
-    for (const auto& [key, value] : record.items()) {
-        if (key == "handle" && value != true)
-            line += " OTHER HANDLE";
-        else if (key == "arguments")
-            line += value.get<std::string>();
-        else if (key != "from" && key != "call" && key != "handle" && key != "record" && key != "processId")
-            line += ' ' + key + '=' + (value.is_string() ? value.get<std::string>() : value.dump());
-    }
-    return line;
-}
-
 } // namespace
 
 Installation::Installation(const Layout& layout)
@@ -136,9 +119,9 @@ Installation::Installation(const Layout& layout)
     const WString program = m_folderW + ToWide(Program().filename().string());
     // The registration of an earlier test goes when its last handle does.
     Eventually(kDeadline, [&] {
-        m_service.Reset(CreateServiceW(manager.Get(), kName, TEXT("Veltrano Realtime Service"), SERVICE_ALL_ACCESS, 0x110,
-                                       SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, program.c_str(), nullptr, nullptr,
-                                       nullptr, nullptr, nullptr));
+        m_service.Reset(CreateServiceW(manager.Get(), kName, TEXT("Veltrano Realtime Service"), SERVICE_ALL_ACCESS,
+                                       0x110, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL, program.c_str(), nullptr,
+                                       nullptr, nullptr, nullptr, nullptr));
         if (!m_service && GetLastError() == ERROR_SERVICE_EXISTS) {
             const ServiceHandle old(OpenServiceW(manager.Get(), kName, DELETE));
             DeleteService(old.Get());
@@ -159,15 +142,31 @@ Installation::~Installation()
             TerminateProcess(process.Get(), 1);
         }
     }
-    DeleteService(m_service.Get());
+    Unregister();
     CleanMachine();
 }
 
-std::string Installation::FolderText() const { return ToNarrow(m_folderW, CP_UTF8); }
+void Installation::Unregister()
+{
+    if (m_service)
+        DeleteService(m_service.Get());
+    m_service.Reset();
+}
 
-fs::path Installation::Program() const { return File(Built("vlntsrv").filename().string()); }
+std::string Installation::FolderText() const
+{
+    return ToNarrow(m_folderW, CP_UTF8);
+}
 
-void Installation::Set(const char* name, DWORD number) { StoreValue(kScanKey, name, REG_DWORD, &number, sizeof number); }
+fs::path Installation::Program() const
+{
+    return File(Built("vlntsrv").filename().string());
+}
+
+void Installation::Set(const char* name, DWORD number)
+{
+    StoreValue(kScanKey, name, REG_DWORD, &number, sizeof number);
+}
 
 void Installation::Set(const char* name, const std::string& text, DWORD type)
 {
@@ -260,6 +259,28 @@ std::vector<Json> Installation::Calls(std::string_view name) const
     return calls;
 }
 
+std::string Installation::Line(const Json& record)
+{
+    const std::string call = record["call"];
+    std::string line;
+    if (call == "TraceExA" || call == "TraceA") {
+        line = (call == "TraceA" ? "TraceA " : "") + record["level"].dump() + ' ' +
+               record["source"].get<std::string>() + ' ' + record["text"].get<std::string>();
+        const bool named = call == "TraceA" || (record["module"] == "VlntSrv" && record["one"] == 1);
+        return named && record["line"].get<int>() > 0 ? line : "MALFORMED " + record.dump();
+    }
+    line = call;
+    for (const auto& [key, value] : record.items()) {
+        if (key == "handle" && value != true)
+            line += " OTHER HANDLE";
+        else if (key == "arguments")
+            line += value.get<std::string>();
+        else if (key != "from" && key != "call" && key != "handle" && key != "record" && key != "processId")
+            line += ' ' + key + '=' + (value.is_string() ? value.get<std::string>() : value.dump());
+    }
+    return line;
+}
+
 std::vector<std::string> Installation::Transcript(std::string_view from) const
 {
     std::vector<std::string> lines;
@@ -270,11 +291,27 @@ std::vector<std::string> Installation::Transcript(std::string_view from) const
     return lines;
 }
 
+std::vector<std::string> Installation::StatusReports() const
+{
+    std::vector<std::string> reports;
+    std::istringstream text(ReadBytes(File("status.log")));
+    for (std::string type, state, accepted, exit, specific, checkpoint, hint;
+         text >> type >> state >> accepted >> exit >> specific >> checkpoint >> hint;)
+        reports.push_back(state + ' ' + checkpoint + ' ' + hint + ' ' + accepted + ' ' + exit);
+    return reports;
+}
+
+bool Installation::HasStatusReports()
+{
+    return kOwnPlatform;
+}
+
 std::string Value::Text() const
 {
     WString text;
     for (std::size_t i = 0; i + 1 < bytes.size(); i += 2)
-        text += static_cast<WCHAR>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
+        text +=
+            static_cast<WCHAR>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
     return ToNarrow(text.c_str(), CP_UTF8);
 }
 
@@ -287,8 +324,8 @@ Value ReadValue(const WCHAR* key, const char* name, REGSAM view)
         RegQueryValueExW(open.Get(), ToWide(name).c_str(), nullptr, &value.type, nullptr, &size) != 0)
         return {};
     value.bytes.resize(size);
-    RegQueryValueExW(open.Get(), ToWide(name).c_str(), nullptr, &value.type, reinterpret_cast<LPBYTE>(value.bytes.data()),
-                     &size);
+    RegQueryValueExW(open.Get(), ToWide(name).c_str(), nullptr, &value.type,
+                     reinterpret_cast<LPBYTE>(value.bytes.data()), &size);
     return value;
 }
 
@@ -297,10 +334,10 @@ testing::AssertionResult Matches(const std::vector<std::string>& actual, const s
     for (std::size_t i = 0; i < std::max(actual.size(), expected.size()); ++i) {
         if (i < actual.size() && i < expected.size() && Glob(actual[i], expected[i]))
             continue;
-        return testing::AssertionFailure() << "line " << i + 1 << " differs\n  expected: "
-                                           << (i < expected.size() ? expected[i] : "(end)") << "\n  actual:   "
-                                           << (i < actual.size() ? actual[i] : "(end)") << "\n  all lines:\n"
-                                           << Listing(actual);
+        return testing::AssertionFailure()
+               << "line " << i + 1 << " differs\n  expected: " << (i < expected.size() ? expected[i] : "(end)")
+               << "\n  actual:   " << (i < actual.size() ? actual[i] : "(end)") << "\n  all lines:\n"
+               << Listing(actual);
     }
     return testing::AssertionSuccess();
 }
@@ -315,6 +352,16 @@ testing::AssertionResult Holds(const std::vector<std::string>& actual, const std
     if (found == expected.size())
         return testing::AssertionSuccess();
     return testing::AssertionFailure() << "missing: " << expected[found] << "\n" << Listing(actual);
+}
+
+std::vector<Json> EventLog()
+{
+    std::vector<Json> entries;
+    const char* const root = std::getenv("VLT_ROOT");
+    std::istringstream text(kOwnPlatform && root ? ReadBytes(fs::path(root) / "eventlog" / "application.jsonl") : "");
+    for (std::string line; std::getline(text, line);)
+        entries.push_back(Json::parse(line, nullptr, false));
+    return entries;
 }
 
 } // namespace vlt::test

@@ -11,7 +11,8 @@
 #include <string>
 #include <vector>
 
-namespace vlt::test {
+namespace vlt::test
+{
 
 using Json = nlohmann::ordered_json;
 
@@ -23,7 +24,8 @@ struct Layout {
 };
 
 // On Windows there is one machine for all tests: what an earlier one left is removed first.
-class Installation {
+class Installation
+{
 public:
     explicit Installation(const Layout& layout = {});
     ~Installation();
@@ -41,6 +43,9 @@ public:
     void Set(const char* name, const std::string& text, DWORD type = REG_SZ);
     void SetBytes(const WCHAR* key, const char* name, DWORD type, std::string_view bytes);
     void SetException(const std::string& name, const std::string& path);
+
+    // Deletes the registration, for tests of the program's own.
+    void Unregister();
 
     // An instruction to a recording counterpart, and an entry of ardentis.ini as it stands.
     void Instruct(const char* section, const char* key, const std::string& value);
@@ -61,6 +66,7 @@ public:
     // One line for each record, in order: "40 .\file.cpp text" for a trace line, "Name argument=value"
     // for a call, "run arguments" for the command program. Empty `from` takes all.
     std::vector<std::string> Transcript(std::string_view from = {}) const;
+    static std::string Line(const Json& record);
 
     // Every status report of the service since the installation, as "state checkpoint hint accepted
     // exit", in order. Only where the platform can tell: see HasStatusReports.

@@ -122,7 +122,6 @@ std::int32_t WINAPI ASSetConfigW(AsHandle handle, const void* config)
         "ASSetConfigW", handle, 1,
         {{"record", vlt::record::Hexadecimal(config, sizeof g_config)},
          {"protectedFolders", g_config.protectedFolders ? Json(MultiString(g_config.protectedFolders)) : Json()},
-         {"callbacks", g_config.lastScanCallback != nullptr && g_config.detectionCallback != nullptr},
          {"sameCallback", g_config.detectionCallback == g_config.spywareCallback}});
 }
 
