@@ -14,8 +14,9 @@ namespace
 // Where only the platform's own manager shows every status report.
 void ExpectReports(const Installation& service, const Lines& expected)
 {
-    if (Installation::HasStatusReports())
+    if (Installation::HasStatusReports()) {
         EXPECT_TRUE(Matches(service.StatusReports(), expected));
+    }
 }
 
 const Lines kLife{"2 1 5000 0 0", "4 0 0 5 0", "3 1 6000 5 0", "1 0 0 0 0"};
@@ -117,8 +118,9 @@ TEST(ServiceLife, ASecondStopChangesNothing)
     ASSERT_TRUE(service.Control(SERVICE_CONTROL_STOP));
     ASSERT_TRUE(Eventually(20000, [&] { return !service.Calls("ASStopScan").empty(); }));
     service.Control(SERVICE_CONTROL_STOP); // refused or ignored, as the manager likes
-    if (Installation::HasStatusReports())
+    if (Installation::HasStatusReports()) {
         EXPECT_EQ(Child::Program("/bin/kill", {std::to_string(service.Status().dwProcessId)}).Wait(20000), 0);
+    }
     WriteBytes(service.File("ASStopScan.go"), "");
     ASSERT_TRUE(service.Reaches(SERVICE_STOPPED));
     EXPECT_TRUE(Matches(service.Transcript(), Join({StartUpToInit(service), StartAfterInit(), Stop()})));

@@ -282,8 +282,7 @@ TEST(ServiceSettings, TheMonitoringSwitchIsOnUnlessValidlyOff)
         Lines lines = service.Transcript();
         const std::string error = "20 .\\Settings.cpp Error: GetRegIntValue err(";
         EXPECT_EQ(std::count(lines.begin(), lines.end(), error + each.error + ")"), *each.error != 0);
-        if (*each.error == 0)
-            EXPECT_FALSE(Holds(lines, {error + "*"}));
+        EXPECT_EQ(static_cast<bool>(Holds(lines, {error + "*"})), *each.error != 0);
         const auto from = std::find(lines.begin(), lines.end(), "40 .\\Settings.cpp ASSetConfigW = 1");
         const auto to = std::find(lines.begin(), lines.end(), "40 .\\crealscan.cpp end of CRealScan::Init()");
         ASSERT_TRUE(from < to);
