@@ -81,8 +81,10 @@ bool OpenScanHandle(const WString& folder)
 
 void WriteExtensionList(AsHandle handle)
 {
-    if (WriteEngineDefaultExtList(handle) <= 0)
-        VLT_TRACE(20, "Error: WriteEngineDefaultExtList( %d )", vlt::ScanLibrary().ASGetLastError(handle));
+    if (WriteEngineDefaultExtList(handle) <= 0) {
+        const std::int32_t error = vlt::ScanLibrary().ASGetLastError(handle);
+        VLT_TRACE(20, "Error: WriteEngineDefaultExtList( %d )", error);
+    }
     // Said in either case.
     VLT_TRACE(40, "Success: WriteEngineDefaultExtList");
 }
@@ -136,7 +138,8 @@ void StopRealtimeScan()
     vlt::RealtimeState& state = vlt::Realtime();
     if (state.scanModule && state.scanTable.ASStopScan != nullptr) {
         VLT_TRACE(40, "ASStopScan");
-        VLT_TRACE(40, "ASStopScan result = %d", state.scanTable.ASStopScan(state.scanHandle, 0));
+        const std::int32_t result = state.scanTable.ASStopScan(state.scanHandle, 0);
+        VLT_TRACE(40, "ASStopScan result = %d", result);
     }
     // Left out: ending the registry watchers WhenRegChange, then WhenExceptionRegChange.
     // Left out: ending PollingStatusThread, then EventThread.

