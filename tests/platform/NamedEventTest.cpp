@@ -1,0 +1,308 @@
+#include "platform/Text.h"
+#include "tests/platform/Waiter.h"
+
+#include <cstdio>
+#include <gtest/gtest.h>
+
+#ifndef _WIN32
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
+
+using namespace vlt::test;
+using vlt::KernelHandle;
+
+namespace
+{
+
+// Names of this test process alone: on Windows the name space is the whole machine's.
+WString Name(const char* base)
+{
+    return vlt::ToWide("Vlt" + std::to_string(GetCurrentProcessId()) + base, CP_UTF8);
+}
+std::string Narrow(const WString& name)
+{
+    return vlt::ToNarrow(name, CP_UTF8);
+}
+
+KernelHandle Create(const WString& name, bool manualReset = true, bool signaled = false)
+{
+    return KernelHandle(CreateEventW(nullptr, manualReset, signaled, name.c_str()));
+}
+KernelHandle Open(const WString& name, DWORD access = EVENT_ALL_ACCESS)
+{
+    return KernelHandle(OpenEventW(access, FALSE, name.c_str()));
+}
+DWORD OpenError(const WString& name)
+{
+    SetLastError(0);
+    return Open(name) ? 0 : GetLastError();
+}
+
+} // namespace
+
+// create <name>: creates the event, waits for it, tells; wait <name>: opens it and waits for it.
+VLT_CHILD(named_event)
+{
+    const WString name = vlt::ToWide(args[1], CP_UTF8);
+    const KernelHandle event = args[0] == "create" ? Create(name) : Open(name);
+    std::printf("%lu\n", static_cast<unsigned long>(GetLastError()));
+    std::fflush(stdout);
+    if (!event)
+        return 1;
+    const DWORD result = WaitForSingleObject(event.Get(), args.size() > 2 ? 0 : kSoon);
+    std::printf("%lu\n", static_cast<unsigned long>(result));
+    std::fflush(stdout);
+    while (std::getchar() != EOF) {
+    }
+    return 0;
+}
+
+TEST(NamedEvent, AnExistingOneIsOpenedWhateverTheArguments)
+{
+    const WString name = Name("Twice");
+    SetLastError(ERROR_GEN_FAILURE);
+    const KernelHandle first = Create(name, true, true);
+    ASSERT_TRUE(first);
+    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+    const KernelHandle second = Create(name, false, false);
+    ASSERT_TRUE(second);
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    EXPECT_NE(first.Get(), second.Get());
+    EXPECT_TRUE(IsSignaled(second));
+    EXPECT_TRUE(IsSignaled(first)); // still a manual-reset event
+    const KernelHandle third(OpenEventA(EVENT_MODIFY_STATE, FALSE, Narrow(name).c_str()));
+    ASSERT_TRUE(third);
+    EXPECT_TRUE(ResetEvent(third.Get()));
+    EXPECT_FALSE(IsSignaled(first));
+    // A handle may do what it was opened for.
+    EXPECT_EQ(WaitForSingleObject(third.Get(), 0), WAIT_FAILED);
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    const KernelHandle waitOnly = Open(name, SYNCHRONIZE);
+    EXPECT_FALSE(SetEvent(waitOnly.Get()));
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    EXPECT_FALSE(IsSignaled(waitOnly));
+}
+
+TEST(NamedEvent, TheNameLastsAsLongAsAnyHandle)
+{
+    const WString name = Name("Life");
+    EXPECT_EQ(OpenError(name), ERROR_FILE_NOT_FOUND);
+    KernelHandle first = Create(name, true, true);
+    KernelHandle second = Open(name);
+    first.Reset();
+    EXPECT_EQ(OpenError(name), 0u);
+    second.Reset();
+    EXPECT_EQ(OpenError(name), ERROR_FILE_NOT_FOUND);
+    first = Create(name);
+    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+    EXPECT_FALSE(IsSignaled(first)); // a new event
+}
+
+TEST(NamedEvent, AWaitInProgressDoesNotKeepTheName)
+{
+    const WString name = Name("Waited");
+    KernelHandle event = Create(name);
+    Waiter waiter({event.Get()}, 200);
+    event.Reset();
+    if (waiter.Exact()) {
+        EXPECT_EQ(OpenError(name), ERROR_FILE_NOT_FOUND);
+        EXPECT_EQ(waiter.Result(), WAIT_TIMEOUT);
+    }
+}
+
+TEST(NamedEvent, ProcessesShareIt)
+{
+    const WString name = Name("Shared");
+    const KernelHandle event = Create(name);
+    Child waiting("named_event", {"wait", Narrow(name)});
+    EXPECT_EQ(waiting.ReadLine(), "0");
+    // A pulse releases a waiter of another process too; until it waits nobody remembers them.
+    TestThread pulsing([&] {
+        while (WaitForSingleObject(event.Get(), 0) == WAIT_TIMEOUT) {
+            PulseEvent(event.Get());
+            Sleep(1);
+        }
+        return 0u;
+    });
+    EXPECT_EQ(waiting.ReadLine(), "0");
+    SetEvent(event.Get());
+    EXPECT_TRUE(pulsing.HasEnded());
+    Child setting("named_event", {"create", Narrow(name)});
+    EXPECT_EQ(setting.ReadLine(), std::to_string(ERROR_ALREADY_EXISTS));
+    EXPECT_EQ(setting.ReadLine(), "0");
+}
+
+TEST(NamedEvent, AKilledHolderLeavesNothing)
+{
+    const WString name = Name("Killed");
+    for (int round = 0; round < 3; ++round) {
+        Child holder("named_event", {"create", Narrow(name)});
+        ASSERT_EQ(holder.ReadLine(), "0"); // new each time
+        {
+            const KernelHandle opened = Open(name);
+            ASSERT_TRUE(opened);
+        }
+        EXPECT_EQ(OpenError(name), 0u);
+        holder.Kill(); // while it waits
+        holder.Wait(kSoon);
+        EXPECT_TRUE(Eventually(kSoon, [&] { return OpenError(name) == ERROR_FILE_NOT_FOUND; }));
+    }
+    // A waiter that was killed takes no signal with it.
+    const KernelHandle event = Create(name, false);
+    {
+        Child waiter("named_event", {"wait", Narrow(name)});
+        ASSERT_EQ(waiter.ReadLine(), "0");
+        waiter.Kill();
+        waiter.Wait(kSoon);
+    }
+    SetEvent(event.Get());
+    EXPECT_TRUE(IsSignaled(event));
+    PulseEvent(event.Get());
+    EXPECT_FALSE(IsSignaled(event));
+    Waiter late({event.Get()});
+    SetEvent(event.Get());
+    EXPECT_EQ(late.Result(), WAIT_OBJECT_0);
+    EXPECT_FALSE(IsSignaled(event));
+}
+
+TEST(NamedEvent, NamesAreTakenAsTheyAre)
+{
+    // Case counts; blanks, dots, slashes and letters of any script are part of a name.
+    const WString base = Name("A");
+    for (const WCHAR* suffix :
+         {TEXT("x"), TEXT("X"), TEXT(" ."), TEXT("../y"), TEXT("/"), TEXT("%41"), TEXT("\u00E4\u4E2D"), TEXT("*?:|")}) {
+        const WString name = base + suffix;
+        const KernelHandle event = Create(name);
+        EXPECT_TRUE(event) << Narrow(name);
+        EXPECT_EQ(GetLastError(), ERROR_SUCCESS) << Narrow(name);
+        EXPECT_EQ(OpenError(name), 0u) << Narrow(name);
+        EXPECT_EQ(OpenError(name + TEXT("2")), ERROR_FILE_NOT_FOUND);
+    }
+    // Long names that differ at the end only.
+    const WString longer = base + WString(240, TEXT('l'));
+    const KernelHandle one = Create(longer + TEXT("1"));
+    const KernelHandle two = Create(longer + TEXT("2"));
+    EXPECT_TRUE(two);
+    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+    SetEvent(one.Get());
+    EXPECT_FALSE(IsSignaled(two));
+    EXPECT_FALSE(Create(base + TEXT("\\inner")));
+    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+    // An empty name is none.
+    const KernelHandle unnamed = Create(WString());
+    EXPECT_TRUE(unnamed);
+    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+    EXPECT_TRUE(Create(WString()));
+    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+}
+
+TEST(NamedEvent, GlobalNamesAreThoseOfSessionZero)
+{
+    const WString name = Name("Session");
+    const KernelHandle event = Create(TEXT("Global\\") + name);
+    ASSERT_TRUE(event);
+    EXPECT_EQ(OpenError(TEXT("Global\\") + name), 0u);
+    EXPECT_EQ(OpenError(TEXT("global\\") + name), ERROR_PATH_NOT_FOUND);
+#ifndef _WIN32
+    EXPECT_EQ(OpenError(name), 0u);
+    EXPECT_EQ(OpenError(TEXT("Local\\") + name), 0u);
+    const auto open = [](const std::string& given) {
+        Child child("named_event", {"wait", given, "0"}, {{"VLT_SESSION", "2"}});
+        return child.ReadLine();
+    };
+    EXPECT_EQ(open(Narrow(name)), std::to_string(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(open("Global\\" + Narrow(name)), "0");
+#endif
+}
+
+TEST(NamedEvent, SecurityDescriptorsAreChecked)
+{
+    alignas(void*) unsigned char block[SECURITY_DESCRIPTOR_MIN_LENGTH];
+    EXPECT_FALSE(InitializeSecurityDescriptor(block, 2));
+    ASSERT_TRUE(InitializeSecurityDescriptor(block, SECURITY_DESCRIPTOR_REVISION));
+    ASSERT_TRUE(SetSecurityDescriptorDacl(block, TRUE, nullptr, FALSE));
+    SECURITY_ATTRIBUTES attributes{sizeof attributes, block, TRUE};
+    const KernelHandle event(CreateEventW(&attributes, TRUE, FALSE, Name("Open").c_str()));
+    EXPECT_TRUE(event);
+    SECURITY_ATTRIBUTES none{sizeof none, nullptr, FALSE};
+    const KernelHandle closed(CreateEventW(&none, TRUE, FALSE, Name("Closed").c_str()));
+    EXPECT_TRUE(closed);
+
+#ifndef _WIN32
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root to become another account";
+    // Another account opens the one and not the other, and makes names of its own.
+    ASSERT_EQ(chmod(std::getenv("VLT_ROOT"), 0755), 0);
+    Child other("other_account", {Narrow(Name("Open")), Narrow(Name("Closed")), Narrow(Name("Own"))});
+    EXPECT_EQ(other.ReadLine(), "open 0, create 183");
+    EXPECT_EQ(other.ReadLine(), "open 5, create 5");
+    EXPECT_EQ(other.ReadLine(), "open 2, create 0");
+    EXPECT_TRUE(IsSignaled(event));
+    EXPECT_EQ(other.Wait(kSoon), 0);
+    EXPECT_EQ(OpenError(Name("Own")), ERROR_FILE_NOT_FOUND);
+#endif
+}
+
+#ifndef _WIN32
+VLT_CHILD(other_account)
+{
+    if (setgid(65534) != 0 || setuid(65534) != 0)
+        return 1;
+    for (const std::string& arg : args) {
+        const WString name = vlt::ToWide(arg, CP_UTF8);
+        const KernelHandle opened = Open(name);
+        const DWORD openError = opened ? 0 : GetLastError();
+        const KernelHandle created = Create(name);
+        std::printf("open %u, create %u\n", openError, GetLastError());
+        std::fflush(stdout);
+        if (opened)
+            SetEvent(opened.Get());
+    }
+    return 0;
+}
+#endif
+
+// A process that makes, opens, signals and closes in a loop, to be killed at any instant.
+VLT_CHILD(named_event_churn)
+{
+    const WString name = vlt::ToWide(args[0], CP_UTF8);
+    std::puts("ready");
+    std::fflush(stdout);
+    while (true) {
+        const KernelHandle first = Create(name, false);
+        const KernelHandle second = Open(name);
+        if (!first || !second)
+            return 1;
+        SetEvent(first.Get());
+        WaitForSingleObject(second.Get(), 1);
+        PulseEvent(second.Get());
+    }
+}
+
+TEST(NamedEvent, KillingAtAnyInstantLeavesTheNameUsable)
+{
+    const WString name = Name("Churn");
+    for (int round = 0; round < 12; ++round) {
+        Child first("named_event_churn", {Narrow(name)});
+        Child second("named_event_churn", {Narrow(name)});
+        ASSERT_EQ(first.ReadLine(), "ready");
+        ASSERT_EQ(second.ReadLine(), "ready");
+        const ULONGLONG until = GetTickCount64() + static_cast<ULONGLONG>(round);
+        while (GetTickCount64() < until) {
+            const KernelHandle event = Create(name, false);
+            ASSERT_TRUE(event);
+            SetEvent(event.Get());
+        }
+        EXPECT_EQ(first.Wait(0), Child::kStillRunning);
+        first.Kill();
+        second.Kill();
+        first.Wait(kSoon);
+        second.Wait(kSoon);
+        ASSERT_TRUE(Eventually(kSoon, [&] { return OpenError(name) == ERROR_FILE_NOT_FOUND; }));
+        const KernelHandle event = Create(name, false);
+        ASSERT_EQ(GetLastError(), ERROR_SUCCESS);
+        SetEvent(event.Get());
+        ASSERT_TRUE(IsSignaled(event));
+    }
+}

@@ -1,0 +1,254 @@
+#include "platform/Text.h"
+#include "tests/platform/Waiter.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+
+#ifndef _WIN32
+#include <csignal>
+#include <unistd.h>
+#endif
+
+using namespace vlt::test;
+using vlt::KernelHandle;
+namespace fs = std::filesystem;
+
+namespace
+{
+
+struct Started {
+    KernelHandle process;
+    KernelHandle thread;
+    DWORD id = 0;
+    DWORD error = 0; // when it could not be started
+};
+
+Started Start(const WCHAR* application, WString commandLine, DWORD flags = 0)
+{
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION information{};
+    Started started;
+    SetLastError(0);
+    if (!CreateProcessW(application, commandLine.empty() ? nullptr : commandLine.data(), nullptr, nullptr, FALSE, flags,
+                        nullptr, nullptr, &startup, &information)) {
+        started.error = GetLastError();
+        return started;
+    }
+    started.process.Reset(information.hProcess);
+    started.thread.Reset(information.hThread);
+    started.id = information.dwProcessId;
+    return started;
+}
+
+DWORD ExitCode(const KernelHandle& process)
+{
+    DWORD code = 0xFFFFFFFF;
+    EXPECT_EQ(WaitForSingleObject(process.Get(), kSoon), WAIT_OBJECT_0);
+    EXPECT_TRUE(GetExitCodeProcess(process.Get(), &code));
+    return code;
+}
+
+WString OwnPath()
+{
+    WCHAR path[MAX_PATH];
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return path;
+}
+// A command line that runs a body of this program.
+WString BodyCommand(const WString& program, const char* body, const WString& args = WString())
+{
+    return program + TEXT(" ") + vlt::ToWide(std::string("--vlt-child ") + body + " ", CP_UTF8) +
+           vlt::ToWide(std::to_string(GetCurrentProcessId()), CP_UTF8) + args;
+}
+WString Quoted(const WString& path)
+{
+    return TEXT("\"") + path + TEXT("\"");
+}
+
+// Makes a program that ends with the first argument of the body that it is asked to run.
+void MakeProgram(const fs::path& path)
+{
+#ifdef _WIN32
+    const WString own = OwnPath();
+    fs::copy_file(ProgramFolder() / own.substr(own.rfind(TEXT('\\')) + 1), path);
+#else
+    WriteBytes(path, "#!/bin/sh\nexit $4\n");
+    fs::permissions(path, fs::perms::owner_all);
+#endif
+}
+
+} // namespace
+
+VLT_CHILD(exit_with)
+{
+    return std::atoi(args[0].c_str());
+}
+VLT_CHILD(stay)
+{
+    Sleep(INFINITE);
+    return 0;
+}
+// Tells the arguments it got in its exit code.
+VLT_CHILD(check_args)
+{
+    const std::vector<std::string> expected{"plain", "with blank", "quote\"d", "back\\slash\\", "", "end"};
+    return std::vector<std::string>(args.begin(), args.end()) == expected ? 0 : 10 + static_cast<int>(args.size());
+}
+
+TEST(Process, IsWaitedForAndTellsItsCode)
+{
+    const Started started = Start(OwnPath().c_str(), BodyCommand(TEXT("x"), "exit_with", TEXT(" 37")));
+    ASSERT_TRUE(started.process) << started.error;
+    EXPECT_EQ(ExitCode(started.process), 37u);
+    EXPECT_EQ(WaitForSingleObject(started.thread.Get(), kSoon), WAIT_OBJECT_0);
+    EXPECT_TRUE(IsSignaled(started.process));
+}
+
+TEST(Process, ArgumentsArriveAsTheyWereQuoted)
+{
+    const Started started =
+        Start(nullptr, BodyCommand(Quoted(OwnPath()), "check_args",
+                                   TEXT(" plain  \"with blank\" quote\\\"d \"back\\slash\\\\\" \"\"  end ")));
+    ASSERT_TRUE(started.process) << started.error;
+    EXPECT_EQ(ExitCode(started.process), 0u);
+}
+
+TEST(Process, AnUnquotedPathWithBlanksIsFoundByItsPrefixes)
+{
+    const TempFolder folder;
+    fs::create_directory(folder.HostPath("a dir"));
+#ifdef _WIN32
+    const std::string extension = ".exe";
+#else
+    const std::string extension;
+#endif
+    const fs::path program = folder.HostPath("a dir/the tool" + extension);
+    MakeProgram(program);
+    const WString unquoted = folder.PathW("a dir") + TEXT("\\the tool");
+    const Started started = Start(nullptr, BodyCommand(unquoted, "exit_with", TEXT(" 21")));
+    ASSERT_TRUE(started.process) << started.error;
+    EXPECT_EQ(ExitCode(started.process), 21u);
+    // A shorter prefix that is a file comes first; a folder does not count.
+    WriteBytes(folder.HostPath("a"), "not a program");
+    EXPECT_EQ(Start(nullptr, BodyCommand(unquoted, "exit_with", TEXT(" 0"))).error, ERROR_BAD_EXE_FORMAT);
+}
+
+TEST(Process, WhatCannotBeStartedSaysWhy)
+{
+    const TempFolder folder;
+    EXPECT_EQ(Start(nullptr, folder.PathW("missing.exe")).error, ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(Start(folder.PathW("missing.exe").c_str(), WString()).error, ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(Start(nullptr, TEXT("vlt-no-such-program-anywhere and more")).error, ERROR_FILE_NOT_FOUND);
+    WriteBytes(folder.HostPath("text.exe"), "this is no program\n");
+    EXPECT_EQ(Start(folder.PathW("text.exe").c_str(), WString()).error, ERROR_BAD_EXE_FORMAT);
+    EXPECT_EQ(Start(nullptr, Quoted(folder.PathW("text.exe"))).error, ERROR_BAD_EXE_FORMAT);
+#ifndef _WIN32
+    EXPECT_EQ(Start(OwnPath().c_str(), WString(), 0x4).error, ERROR_NOT_SUPPORTED);
+#endif
+}
+
+TEST(Process, TerminationGivesItsCodeToEveryHandle)
+{
+    for (const DWORD flags : {DWORD{0}, CREATE_NO_WINDOW, DETACHED_PROCESS}) {
+        const Started started = Start(nullptr, BodyCommand(Quoted(OwnPath()), "stay"), flags);
+        ASSERT_TRUE(started.process) << started.error;
+        const KernelHandle second(
+            OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, started.id));
+        ASSERT_TRUE(second);
+        EXPECT_EQ(WaitForSingleObject(second.Get(), 0), WAIT_TIMEOUT);
+        DWORD code = 0;
+        EXPECT_TRUE(GetExitCodeProcess(second.Get(), &code));
+        EXPECT_EQ(code, STILL_ACTIVE);
+        EXPECT_TRUE(TerminateProcess(second.Get(), 1234));
+        EXPECT_EQ(ExitCode(started.process), 1234u);
+        EXPECT_EQ(ExitCode(second), 1234u);
+        EXPECT_FALSE(TerminateProcess(second.Get(), 1));
+        EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    }
+}
+
+TEST(Process, AnyProcessCanBeOpened)
+{
+    Child child("stay");
+    const auto id = static_cast<DWORD>(child.Id());
+    const KernelHandle process(OpenProcess(SYNCHRONIZE, FALSE, id));
+    ASSERT_TRUE(process);
+    EXPECT_FALSE(IsSignaled(process));
+    // A handle may do what it was opened for.
+    EXPECT_FALSE(TerminateProcess(process.Get(), 1));
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    Waiter waiter({process.Get()});
+    child.Kill();
+    EXPECT_EQ(waiter.Result(), WAIT_OBJECT_0);
+    child.Wait(kSoon);
+
+    const KernelHandle self(OpenProcess(SYNCHRONIZE, FALSE, GetCurrentProcessId()));
+    EXPECT_FALSE(IsSignaled(self));
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeProcess(GetCurrentProcess(), &code));
+    EXPECT_EQ(code, STILL_ACTIVE);
+    SetLastError(0);
+    EXPECT_FALSE(OpenProcess(SYNCHRONIZE, FALSE, 0));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    EXPECT_FALSE(OpenProcess(SYNCHRONIZE, FALSE, 0x7FFFFFFC));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
+#ifndef _WIN32
+namespace
+{
+bool IsZombieOrGone(DWORD id, bool& gone)
+{
+    std::ifstream file("/proc/" + std::to_string(id) + "/stat");
+    std::string pid;
+    std::string name;
+    std::string state;
+    gone = !(file >> pid >> name >> state);
+    return gone || state == "Z";
+}
+} // namespace
+
+TEST(Process, AChildWhoseHandlesAreClosedLeavesNoZombie)
+{
+    // Closed before its end and after it.
+    for (const bool early : {true, false}) {
+        Started started = Start(nullptr, BodyCommand(Quoted(OwnPath()), early ? "stay" : "exit_with", TEXT(" 0")));
+        ASSERT_TRUE(started.process);
+        bool gone = false;
+        if (!early) {
+            ASSERT_TRUE(Eventually(kSoon, [&] { return IsZombieOrGone(started.id, gone); }));
+        }
+        started.process.Reset();
+        started.thread.Reset();
+        if (early)
+            kill(static_cast<pid_t>(started.id), SIGKILL);
+        EXPECT_TRUE(Eventually(kSoon, [&] { return IsZombieOrGone(started.id, gone) && gone; }));
+    }
+}
+
+TEST(Process, AKilledOneHasANonZeroCode)
+{
+    const Started started = Start(nullptr, BodyCommand(Quoted(OwnPath()), "stay"));
+    ASSERT_TRUE(started.process);
+    kill(static_cast<pid_t>(started.id), SIGTERM);
+    EXPECT_EQ(ExitCode(started.process), 128u + SIGTERM);
+}
+
+VLT_CHILD(open_descriptors)
+{
+    int count = 0;
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd"))
+        count += std::stoi(entry.path().filename().string()) > 2;
+    return count - 1; // of the listing itself
+}
+
+TEST(Process, InheritsTheStandardStreamsOnly)
+{
+    const int leaky = dup(0); // not close-on-exec
+    const Started started = Start(nullptr, BodyCommand(Quoted(OwnPath()), "open_descriptors"));
+    ASSERT_TRUE(started.process);
+    EXPECT_EQ(ExitCode(started.process), 0u);
+    close(leaky);
+}
+#endif

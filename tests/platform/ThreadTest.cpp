@@ -1,0 +1,319 @@
+#include "platform/Guard.h"
+#include "tests/platform/Waiter.h"
+
+#include <gtest/gtest.h>
+
+#ifndef _WIN32
+#include <sched.h>
+#endif
+
+using namespace vlt::test;
+using vlt::KernelHandle;
+
+TEST(Thread, RunsEndsAndTellsItsCode)
+{
+    const KernelHandle go = MakeEvent(true);
+    DWORD id = 0;
+    TestThread thread([&] {
+        id = GetCurrentThreadId();
+        WaitForSingleObject(go.Get(), kSoon);
+        return 42u;
+    });
+    EXPECT_FALSE(thread.HasEnded(0));
+    EXPECT_EQ(thread.ExitCode(), STILL_ACTIVE);
+    SetEvent(go.Get());
+    EXPECT_TRUE(thread.HasEnded());
+    EXPECT_EQ(thread.ExitCode(), 42u);
+    EXPECT_EQ(thread.Id(), id);
+    EXPECT_TRUE(thread.HasEnded(0)); // stays signalled
+}
+
+TEST(Thread, StartsSuspendedAndResumesOnce)
+{
+    std::atomic<bool> ran{false};
+    TestThread thread(
+        [&] {
+            ran = true;
+            return 0u;
+        },
+        CREATE_SUSPENDED);
+    thread.AwaitAsleep();
+    EXPECT_FALSE(thread.HasEnded(20));
+    EXPECT_FALSE(ran);
+    EXPECT_EQ(ResumeThread(thread.Handle()), 1u);
+    EXPECT_TRUE(thread.HasEnded());
+    EXPECT_TRUE(ran);
+    EXPECT_EQ(ResumeThread(nullptr), 0xFFFFFFFFu);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST(Thread, ItsHandleMayBeClosedWhileItRuns)
+{
+    const KernelHandle go = MakeEvent(false);
+    const KernelHandle done = MakeEvent(false);
+    struct Context {
+        HANDLE go;
+        HANDLE done;
+    } context{go.Get(), done.Get()};
+    const auto body = [](void* given) -> unsigned {
+        const Context& events = *static_cast<Context*>(given);
+        WaitForSingleObject(events.go, kSoon);
+        SetEvent(events.done);
+        return 0;
+    };
+    for (int i = 0; i < 50; ++i) {
+        unsigned(WINAPI * function)(void*) = body;
+        KernelHandle thread(reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, function, &context, 0, nullptr)));
+        ASSERT_TRUE(thread);
+        thread.Reset();
+        SetEvent(go.Get());
+        ASSERT_EQ(WaitForSingleObject(done.Get(), kSoon), WAIT_OBJECT_0);
+    }
+}
+
+namespace
+{
+struct Trace {
+    explicit Trace(std::atomic<int>& target) : m_target(target) {}
+    ~Trace() { ++m_target; }
+    std::atomic<int>& m_target;
+};
+} // namespace
+
+TEST(Thread, ThreadLocalsAreGoneWhenTheHandleIsSignalled)
+{
+    static std::atomic<int> destroyed{0};
+    for (int i = 1; i <= 20; ++i) {
+        TestThread thread([] {
+            thread_local Trace trace(destroyed);
+            static_cast<void>(trace.m_target.load());
+            return 0u;
+        });
+        ASSERT_TRUE(thread.HasEnded());
+#ifndef _WIN32
+        ASSERT_EQ(destroyed, i);
+#endif
+    }
+}
+
+TEST(Thread, EndsItselfInTheMiddle)
+{
+    std::atomic<bool> after{false};
+    TestThread thread([&] {
+        _endthreadex(7);
+        after = true;
+        return 0u;
+    });
+    EXPECT_TRUE(thread.HasEnded());
+    EXPECT_EQ(thread.ExitCode(), 7u);
+    EXPECT_FALSE(after);
+}
+
+TEST(Thread, ThePriorityIsSeenByTheScheduler)
+{
+    const KernelHandle stop = MakeEvent(true);
+    TestThread thread([&] { return WaitForSingleObject(stop.Get(), kSoon); }, CREATE_SUSPENDED);
+    EXPECT_EQ(GetThreadPriority(thread.Handle()), THREAD_PRIORITY_NORMAL);
+    EXPECT_TRUE(SetThreadPriority(thread.Handle(), THREAD_PRIORITY_IDLE));
+    EXPECT_EQ(GetThreadPriority(thread.Handle()), THREAD_PRIORITY_IDLE);
+#ifndef _WIN32
+    EXPECT_EQ(sched_getscheduler(static_cast<pid_t>(thread.Id())), SCHED_IDLE);
+#endif
+    ResumeThread(thread.Handle());
+    SetEvent(stop.Get());
+    EXPECT_TRUE(thread.HasEnded());
+
+    // A thread's own, and what it starts does not inherit it where that can be changed.
+    TestThread idle([] {
+        if (!SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_IDLE))
+            return 1u;
+        TestThread inner([] { return static_cast<unsigned>(GetThreadPriority(GetCurrentThread())); });
+        return inner.HasEnded() ? static_cast<unsigned>(inner.ExitCode()) : 2u;
+    });
+    EXPECT_TRUE(idle.HasEnded());
+    EXPECT_EQ(idle.ExitCode(), static_cast<DWORD>(THREAD_PRIORITY_NORMAL));
+    SetLastError(0);
+    EXPECT_EQ(GetThreadPriority(nullptr), THREAD_PRIORITY_ERROR_RETURN);
+    EXPECT_FALSE(SetThreadPriority(nullptr, THREAD_PRIORITY_IDLE));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST(Thread, TerminationEndsAWaitAtOnceWithoutCleaningUp)
+{
+    const KernelHandle event = MakeEvent(false);
+    const KernelHandle other = MakeEvent(false);
+    const HANDLE both[] = {other.Get(), event.Get()};
+    Child child("wait_for_input");
+    const KernelHandle process(OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(child.Id())));
+    CRITICAL_SECTION section;
+    InitializeCriticalSection(&section);
+    EnterCriticalSection(&section);
+    std::atomic<int> cleaned{0};
+    const std::function<void()> waits[] = {
+        [&] { WaitForSingleObject(event.Get(), INFINITE); },
+        [&] { WaitForMultipleObjects(2, both, FALSE, INFINITE); },
+        [&] { Sleep(INFINITE); },
+        [&] { WaitForSingleObject(process.Get(), INFINITE); },
+        [&] { EnterCriticalSection(&section); },
+    };
+    for (const auto& wait : waits) {
+        TestThread thread([&] {
+            const Trace trace(cleaned);
+            wait();
+            return 1u;
+        });
+        thread.AwaitAsleep();
+        EXPECT_TRUE(TerminateThread(thread.Handle(), 99));
+        EXPECT_TRUE(thread.HasEnded());
+        EXPECT_EQ(thread.ExitCode(), 99u);
+    }
+    EXPECT_EQ(cleaned, 0);
+    LeaveCriticalSection(&section);
+    DeleteCriticalSection(&section);
+    // The dead waits are owed nothing, and take nothing.
+    PulseEvent(event.Get());
+    EXPECT_FALSE(IsSignaled(event));
+    SetEvent(event.Get());
+    EXPECT_TRUE(IsSignaled(event));
+}
+
+TEST(Thread, TerminationIsNeverLostOnTheWayIntoAWait)
+{
+    const KernelHandle event = MakeEvent(false);
+    for (int i = 0; i < 300; ++i) {
+        std::atomic<bool> started{false};
+        TestThread thread([&] {
+            started = true;
+            while (true)
+                WaitForSingleObject(event.Get(), i % 3 == 0 ? INFINITE : 1);
+        });
+        if (i % 2 == 0)
+            Eventually(kSoon, [&] { return started.load(); });
+        ASSERT_TRUE(TerminateThread(thread.Handle(), 5));
+        ASSERT_TRUE(thread.HasEnded());
+        ASSERT_EQ(thread.ExitCode(), 5u);
+        ASSERT_TRUE(TerminateThread(thread.Handle(), 6) || GetLastError() == ERROR_ACCESS_DENIED);
+        ASSERT_EQ(thread.ExitCode(), 5u);
+    }
+    SetEvent(event.Get());
+    EXPECT_TRUE(IsSignaled(event));
+}
+
+TEST(Thread, ASuspendedThreadIsTerminatedWithoutRunning)
+{
+    std::atomic<bool> ran{false};
+    TestThread thread(
+        [&] {
+            ran = true;
+            return 0u;
+        },
+        CREATE_SUSPENDED);
+    EXPECT_TRUE(TerminateThread(thread.Handle(), 3));
+    EXPECT_TRUE(thread.HasEnded());
+    EXPECT_EQ(thread.ExitCode(), 3u);
+    EXPECT_FALSE(ran);
+}
+
+#ifndef _WIN32
+TEST(Thread, ManyTerminatedThreadsKeepNoMemory)
+{
+    const auto mappings = [] {
+        std::ifstream file("/proc/self/maps");
+        int count = 0;
+        for (std::string line; std::getline(file, line);)
+            ++count;
+        return count;
+    };
+    const auto round = [] {
+        TestThread thread([] {
+            Sleep(INFINITE);
+            return 0u;
+        });
+        TerminateThread(thread.Handle(), 0);
+        ASSERT_TRUE(thread.HasEnded());
+    };
+    for (int i = 0; i < 50; ++i)
+        round();
+    const int before = mappings();
+    for (int i = 0; i < 300; ++i)
+        round();
+    // A leaked stack is two mappings. A few remain cached.
+    EXPECT_LT(mappings() - before, 100);
+}
+
+TEST(Thread, WhatIsNotSupportedSaysSo)
+{
+    const auto body = [](void*) -> unsigned { return 0; };
+    SetLastError(0);
+    EXPECT_EQ(_beginthreadex(nullptr, 0, body, nullptr, 0x8, nullptr), 0u);
+    EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+    EXPECT_EQ(_beginthreadex(nullptr, 0, nullptr, nullptr, 0, nullptr), 0u);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    EXPECT_FALSE(SetThreadPriority(GetCurrentThread(), 15));
+    EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+}
+#endif
+
+TEST(CriticalSection, ExcludesOthersAndIsRecursive)
+{
+    CRITICAL_SECTION section;
+    InitializeCriticalSection(&section);
+    EnterCriticalSection(&section);
+    EXPECT_TRUE(TryEnterCriticalSection(&section));
+    {
+        TestThread thread([&] { return static_cast<unsigned>(TryEnterCriticalSection(&section)); });
+        EXPECT_TRUE(thread.HasEnded());
+        EXPECT_EQ(thread.ExitCode(), 0u);
+    }
+    long shared = 0; // no atomic: the section protects it
+    const auto add = [&] {
+        for (int i = 0; i < 20000; ++i) {
+            EnterCriticalSection(&section);
+            EnterCriticalSection(&section);
+            ++shared;
+            LeaveCriticalSection(&section);
+            LeaveCriticalSection(&section);
+        }
+        return 0u;
+    };
+    {
+        TestThread a(add);
+        TestThread b(add);
+        LeaveCriticalSection(&section);
+        LeaveCriticalSection(&section);
+        add();
+    }
+    EXPECT_EQ(shared, 60000);
+    DeleteCriticalSection(&section);
+}
+
+TEST(GuardedCall, TellsTheRaisedCode)
+{
+    DWORD code = 0;
+    EXPECT_EQ(VltGuardedCall([](void* value) { *static_cast<int*>(value) = 3; }, &code, &code), 1);
+    EXPECT_EQ(code, 3u);
+    for (const DWORD raised : {DWORD{5}, DWORD{0xE0000001}, DWORD{0}}) {
+        code = 77;
+        DWORD given = raised;
+        EXPECT_EQ(
+            VltGuardedCall(
+                [](void* value) { RaiseException(*static_cast<DWORD*>(value), EXCEPTION_NONCONTINUABLE, 0, nullptr); },
+                &given, &code),
+            0);
+        EXPECT_EQ(code, raised);
+    }
+}
+
+TEST(GuardedCall, LetsExceptionsOfTheProgramPass)
+{
+    DWORD code = 77;
+    EXPECT_THROW(VltGuardedCall([](void*) { throw 5; }, nullptr, &code), int);
+    EXPECT_EQ(code, 77u);
+}
+
+VLT_CHILD(wait_for_input)
+{
+    while (std::getchar() != EOF) {
+    }
+    return 0;
+}

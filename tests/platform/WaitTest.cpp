@@ -1,0 +1,153 @@
+#include "tests/platform/Waiter.h"
+
+#include <array>
+#include <gtest/gtest.h>
+
+using namespace vlt::test;
+using vlt::KernelHandle;
+
+TEST(Wait, TheLowestIndexIsTakenAndNothingElseConsumed)
+{
+    const KernelHandle events[] = {MakeEvent(false), MakeEvent(false, true), MakeEvent(true), MakeEvent(false, true)};
+    const HANDLE handles[] = {events[0].Get(), events[1].Get(), events[2].Get(), events[3].Get()};
+    EXPECT_EQ(WaitForMultipleObjects(4, handles, FALSE, INFINITE), WAIT_OBJECT_0 + 1);
+    EXPECT_EQ(WaitForMultipleObjects(4, handles, FALSE, 0), WAIT_OBJECT_0 + 3);
+    EXPECT_EQ(WaitForMultipleObjects(4, handles, FALSE, 0), WAIT_TIMEOUT);
+    SetEvent(handles[2]);
+    SetEvent(handles[0]);
+    EXPECT_EQ(WaitForMultipleObjectsEx(4, handles, FALSE, 0, TRUE), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForMultipleObjectsEx(4, handles, FALSE, 0, TRUE), WAIT_OBJECT_0 + 2);
+    EXPECT_EQ(WaitForMultipleObjects(4, handles, FALSE, 0), WAIT_OBJECT_0 + 2);
+}
+
+TEST(Wait, AWaiterOfSeveralTakesOneAndLeavesTheOthersToTheRest)
+{
+    const KernelHandle first = MakeEvent(false);
+    const KernelHandle second = MakeEvent(false);
+    for (int round = 0; round < 200; ++round) {
+        Waiter both({first.Get(), second.Get()});
+        Waiter one({second.Get()});
+        SetEvent(second.Get());
+        SetEvent(first.Get());
+        // Whichever of them took the second event, the other signal was left.
+        const DWORD result = both.Result();
+        ASSERT_TRUE(result == WAIT_OBJECT_0 || result == WAIT_OBJECT_0 + 1);
+        if (result == WAIT_OBJECT_0 + 1) {
+            ASSERT_TRUE(IsSignaled(first));
+            SetEvent(second.Get());
+        }
+        ASSERT_EQ(one.Result(), WAIT_OBJECT_0);
+        ASSERT_FALSE(IsSignaled(first));
+        ASSERT_FALSE(IsSignaled(second));
+    }
+}
+
+TEST(Wait, ManyObjectsAndOneHandleTwice)
+{
+    std::vector<KernelHandle> events;
+    std::vector<HANDLE> handles;
+    for (int i = 0; i < MAXIMUM_WAIT_OBJECTS; ++i) {
+        events.push_back(MakeEvent(false));
+        handles.push_back(events.back().Get());
+    }
+    handles[62] = handles[61];
+    Waiter waiter(handles);
+    SetEvent(handles[63]);
+    EXPECT_EQ(waiter.Result(), WAIT_OBJECT_0 + 63);
+    Waiter twice(handles);
+    SetEvent(handles[62]);
+    EXPECT_EQ(twice.Result(), WAIT_OBJECT_0 + 61);
+    EXPECT_EQ(WaitForMultipleObjects(64, handles.data(), FALSE, 1), WAIT_TIMEOUT);
+}
+
+TEST(Wait, TimeOutsEndAndLeaveNoTrace)
+{
+    const KernelHandle event = MakeEvent(false);
+    const KernelHandle other = MakeEvent(false);
+    const HANDLE handles[] = {event.Get(), other.Get()};
+    const ULONGLONG before = GetTickCount64();
+    EXPECT_EQ(WaitForSingleObject(event.Get(), 30), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForMultipleObjects(2, handles, FALSE, 30), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForSingleObjectEx(event.Get(), 1, TRUE), WAIT_TIMEOUT);
+    EXPECT_GE(GetTickCount64() - before, 40u); // never early, but for the clock's granularity
+    // A wait that has ended is owed nothing.
+    PulseEvent(event.Get());
+    EXPECT_FALSE(IsSignaled(event));
+}
+
+TEST(Wait, ClosingTheHandleNeitherEndsNorFailsTheWait)
+{
+    for (const bool several : {false, true}) {
+        const KernelHandle keep = MakeEvent(true);
+        KernelHandle closed = MakeEvent(true);
+        const std::vector<HANDLE> handles =
+            several ? std::vector<HANDLE>{closed.Get(), keep.Get()} : std::vector<HANDLE>{closed.Get()};
+        Waiter waiter(handles, several ? INFINITE : 100);
+        closed.Reset();
+        if (several) {
+            EXPECT_EQ(waiter.Result(20), WAIT_IO_COMPLETION);
+            SetEvent(keep.Get());
+            EXPECT_EQ(waiter.Result(), WAIT_OBJECT_0 + 1);
+        } else if (waiter.Exact()) {
+            EXPECT_EQ(waiter.Result(), WAIT_TIMEOUT);
+        }
+    }
+}
+
+TEST(Wait, BadArgumentsFailWithTheirCodes)
+{
+    const KernelHandle event = MakeEvent(true, true);
+    std::array<HANDLE, 65> handles{};
+    handles.fill(event.Get());
+    const auto failure = [&](DWORD count) {
+        SetLastError(0);
+        EXPECT_EQ(WaitForMultipleObjects(count, handles.data(), FALSE, 0), WAIT_FAILED);
+        return GetLastError();
+    };
+    EXPECT_EQ(failure(0), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(failure(65), ERROR_INVALID_PARAMETER);
+    // One bad handle fails the whole wait, although an earlier object is signalled.
+    handles[2] = nullptr;
+    EXPECT_EQ(failure(3), ERROR_INVALID_HANDLE);
+    EXPECT_TRUE(IsSignaled(event));
+#ifndef _WIN32
+    handles[2] = event.Get();
+    SetLastError(0);
+    EXPECT_EQ(WaitForMultipleObjects(3, handles.data(), TRUE, 0), WAIT_FAILED);
+    EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+#endif
+}
+
+TEST(Wait, EventsThreadsAndProcessesMix)
+{
+    const KernelHandle event = MakeEvent(false);
+    const KernelHandle go = MakeEvent(true);
+    TestThread thread([&] { return WaitForSingleObject(go.Get(), kSoon); });
+    Child child("wait_for_input");
+    const KernelHandle process(OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(child.Id())));
+    ASSERT_TRUE(process);
+    const std::vector<HANDLE> handles{event.Get(), thread.Handle(), process.Get()};
+    {
+        Waiter waiter(handles);
+        SetEvent(event.Get());
+        EXPECT_EQ(waiter.Result(), WAIT_OBJECT_0);
+    }
+    {
+        Waiter waiter(handles);
+        child.CloseInput();
+        EXPECT_EQ(waiter.Result(), WAIT_OBJECT_0 + 2);
+    }
+    Waiter waiter(handles);
+    SetEvent(go.Get());
+    const DWORD result = waiter.Result();
+    EXPECT_EQ(result, WAIT_OBJECT_0 + 2); // ended processes stay signalled
+    EXPECT_TRUE(thread.HasEnded());
+    EXPECT_EQ(WaitForMultipleObjects(3, handles.data(), FALSE, 0), WAIT_OBJECT_0 + 1);
+}
+
+VLT_CHILD(wait_for_input)
+{
+    while (std::getchar() != EOF) {
+    }
+    return 0;
+}

@@ -1,0 +1,134 @@
+// Threads that wait, for the tests of the kernel objects.
+#pragma once
+
+#include "platform/Unique.h"
+#include "tests/support/Support.h"
+
+#include <atomic>
+#include <functional>
+#include <vector>
+
+#ifndef _WIN32
+#include <fstream>
+#include <string>
+#endif
+
+namespace vlt::test
+{
+
+constexpr DWORD kSoon = 20000; // a limit, not an expectation
+
+// A thread of _beginthreadex that runs a function.
+class TestThread
+{
+public:
+    explicit TestThread(std::function<unsigned()> body, unsigned flags = 0) : m_body(std::move(body))
+    {
+        unsigned id = 0;
+        m_thread.Reset(reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &Run, this, flags, &id)));
+        m_id = id;
+    }
+    ~TestThread() { WaitForSingleObject(m_thread.Get(), kSoon); }
+    TestThread(const TestThread&) = delete;
+    TestThread& operator=(const TestThread&) = delete;
+
+    HANDLE Handle() const { return m_thread.Get(); }
+    DWORD Id() const { return m_id; }
+    bool HasEnded(DWORD milliseconds = kSoon) const
+    {
+        return WaitForSingleObject(m_thread.Get(), milliseconds) == WAIT_OBJECT_0;
+    }
+    DWORD ExitCode() const
+    {
+        DWORD code = 0;
+        return GetExitCodeThread(m_thread.Get(), &code) ? code : 0xFFFFFFFF;
+    }
+
+    // Returns when the thread sleeps in the kernel. Only a host that can tell gives true; elsewhere
+    // the caller has to repeat what only a sleeper notices.
+    bool AwaitAsleep() const { return AwaitAsleep(m_id); }
+
+    static bool AwaitAsleep([[maybe_unused]] DWORD id)
+    {
+#ifdef _WIN32
+        return false;
+#else
+        const std::string file = "/proc/self/task/" + std::to_string(id) + "/syscall";
+        return Eventually(kSoon, [&] {
+            std::string call;
+            std::ifstream(file) >> call;
+            return call == "202" || call == "449" || call == "271"; // futex, futex_waitv, ppoll
+        });
+#endif
+    }
+
+private:
+    static unsigned WINAPI Run(void* self)
+    {
+        return static_cast<TestThread*>(self)->m_body();
+    }
+
+    std::function<unsigned()> m_body;
+    vlt::KernelHandle m_thread;
+    DWORD m_id = 0;
+};
+
+// A thread in one wait, whose result it keeps.
+class Waiter
+{
+public:
+    explicit Waiter(std::vector<HANDLE> handles, DWORD milliseconds = INFINITE)
+        : m_handles(std::move(handles)), m_thread([this, milliseconds] {
+              m_result = m_handles.size() == 1 ? WaitForSingleObject(m_handles[0], milliseconds)
+                                               : WaitForMultipleObjects(static_cast<DWORD>(m_handles.size()),
+                                                                        m_handles.data(), FALSE, milliseconds);
+              return 0u;
+          })
+    {
+        m_exact = m_thread.AwaitAsleep();
+    }
+
+    // The wait's result; WAIT_IO_COMPLETION, which no wait here gives, while it lasts.
+    DWORD Result(DWORD milliseconds = kSoon) const
+    {
+        return m_thread.HasEnded(milliseconds) ? m_result.load() : WAIT_IO_COMPLETION;
+    }
+    // The wait had certainly begun when the object was made.
+    bool Exact() const { return m_exact; }
+    DWORD ThreadId() const { return m_thread.Id(); }
+    HANDLE Thread() const { return m_thread.Handle(); }
+
+private:
+    std::vector<HANDLE> m_handles;
+    std::atomic<DWORD> m_result{WAIT_FAILED};
+    TestThread m_thread;
+    bool m_exact = false;
+};
+
+// Pulses the event until the waiter has what it waited for: exactly once where the host can tell that
+// it waits.
+inline DWORD PulseTo(HANDLE event, const Waiter& waiter)
+{
+    DWORD result = WAIT_IO_COMPLETION;
+    PulseEvent(event);
+    if (waiter.Exact())
+        return waiter.Result();
+    Eventually(kSoon, [&] {
+        PulseEvent(event);
+        result = waiter.Result(10);
+        return result != WAIT_IO_COMPLETION;
+    });
+    return result;
+}
+
+inline vlt::KernelHandle MakeEvent(bool manualReset, bool signaled = false)
+{
+    return vlt::KernelHandle(CreateEventW(nullptr, manualReset, signaled, nullptr));
+}
+
+inline bool IsSignaled(const vlt::KernelHandle& object)
+{
+    return WaitForSingleObject(object.Get(), 0) == WAIT_OBJECT_0;
+}
+
+} // namespace vlt::test
