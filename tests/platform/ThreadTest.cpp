@@ -182,7 +182,7 @@ TEST(Thread, TerminationIsNeverLostOnTheWayIntoAWait)
     const KernelHandle event = MakeEvent(false);
     for (int i = 0; i < 300; ++i) {
         std::atomic<bool> started{false};
-        TestThread thread([&] {
+        TestThread thread([&]() -> unsigned {
             started = true;
             while (true)
                 WaitForSingleObject(event.Get(), i % 3 == 0 ? INFINITE : 1);

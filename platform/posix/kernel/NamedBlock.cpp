@@ -158,7 +158,7 @@ DWORD CheckHeld(int descriptor, const void* memory, std::u16string_view name, Ob
 
 } // namespace
 
-bool ObjectFileName(std::u16string_view name, std::string& file)
+bool ObjectFileName(std::u16string_view& name, std::string& file)
 {
     if (name.size() > NameLimit) {
         SetLastError(ERROR_FILENAME_EXCED_RANGE);
@@ -220,7 +220,8 @@ std::uint32_t NamedBlock::Parameter() const noexcept
 std::unique_ptr<NamedBlock> NamedBlock::Create(const Request& request, Initialise initialise, const void* context)
 {
     std::string fileName;
-    if (!ObjectFileName(request.name, fileName))
+    std::u16string_view name = request.name;
+    if (!ObjectFileName(name, fileName))
         return nullptr;
     std::string path = MachineFolder("objects") + '/' + fileName;
     const FolderLock folder;
@@ -244,12 +245,12 @@ std::unique_ptr<NamedBlock> NamedBlock::Create(const Request& request, Initialis
         SetLastErrorFromErrno();
         return nullptr;
     }
-    DWORD error = fresh ? 0 : CheckHeld(file.Get(), nullptr, request.name, request.kind);
+    DWORD error = fresh ? 0 : CheckHeld(file.Get(), nullptr, name, request.kind);
     void* const memory = error == 0 ? Map(file.Get()) : nullptr;
     if (error == 0 && !memory)
         error = ErrorFromErrno(errno);
     if (error == 0 && !fresh)
-        error = CheckHeld(file.Get(), memory, request.name, request.kind);
+        error = CheckHeld(file.Get(), memory, name, request.kind);
     if (error == 0 && !Lock(file.Get(), LOCK_SH))
         error = ErrorFromErrno(errno);
     if (error != 0) {
@@ -265,8 +266,8 @@ std::unique_ptr<NamedBlock> NamedBlock::Create(const Request& request, Initialis
         contents.version = Version;
         contents.kind = static_cast<std::uint32_t>(request.kind);
         contents.parameter = request.parameter;
-        contents.nameLength = static_cast<std::uint32_t>(request.name.size());
-        request.name.copy(contents.name, NameLimit);
+        contents.nameLength = static_cast<std::uint32_t>(name.size());
+        name.copy(contents.name, NameLimit);
         initialise(contents.state, context);
     }
     SetLastError(fresh ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);

@@ -17,9 +17,9 @@
 namespace vlt::posix
 {
 
-// Turns the name of an object into that of its file. False with the last error: 206 for more than
-// 260 units, 3 for a backslash that ends no namespace prefix.
-bool ObjectFileName(std::u16string_view name, std::string& file);
+// Takes the namespace prefix off the name of an object and gives the name of its file. False with the
+// last error: 206 for more than 260 units, 3 for a backslash that ends no namespace prefix.
+bool ObjectFileName(std::u16string_view& name, std::string& file);
 
 class NamedBlock
 {
