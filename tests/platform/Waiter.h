@@ -54,11 +54,14 @@ public:
         return false;
 #else
         const std::string file = "/proc/self/task/" + std::to_string(id) + "/syscall";
-        return Eventually(kSoon, [&] {
+        bool asleep = false;
+        Eventually(kSoon, [&] {
             std::string call;
             std::ifstream(file) >> call;
-            return call == "202" || call == "449" || call == "271"; // futex, futex_waitv, ppoll
+            asleep = call == "202" || call == "449" || call == "271"; // futex, futex_waitv, ppoll
+            return asleep || call.empty();                            // or the thread has ended
         });
+        return asleep;
 #endif
     }
 
