@@ -1,0 +1,82 @@
+// An open file and how it is opened.
+#pragma once
+
+#include "platform/posix/core/HandleTable.h"
+#include "platform/posix/file/Path.h"
+
+#include <sys/stat.h>
+#include <utility>
+
+namespace vlt::posix {
+
+// Owns a descriptor; closing keeps errno.
+class Descriptor {
+public:
+    Descriptor() noexcept = default;
+    explicit Descriptor(int fd) noexcept : m_fd(fd) {}
+    Descriptor(Descriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept
+    {
+        std::swap(m_fd, other.m_fd);
+        return *this;
+    }
+    ~Descriptor();
+
+    explicit operator bool() const noexcept { return m_fd >= 0; }
+    int Get() const noexcept { return m_fd; }
+
+private:
+    int m_fd = -1;
+};
+
+// A descriptor whose share locks end with it, not with the last copy in a starting process.
+class SharedDescriptor {
+public:
+    SharedDescriptor() noexcept = default;
+    explicit SharedDescriptor(Descriptor descriptor) noexcept : m_descriptor(std::move(descriptor)) {}
+    SharedDescriptor(SharedDescriptor&&) noexcept = default;
+    SharedDescriptor& operator=(SharedDescriptor&&) noexcept = default;
+    ~SharedDescriptor();
+
+    explicit operator bool() const noexcept { return static_cast<bool>(m_descriptor); }
+    int Get() const noexcept { return m_descriptor.Get(); }
+
+private:
+    Descriptor m_descriptor;
+};
+
+struct OpenRequest {
+    DWORD access = 0; // GENERIC_READ, GENERIC_WRITE, DELETE
+    DWORD share = 0;
+    DWORD disposition = 0;
+    DWORD attributes = 0;
+};
+
+// Opens a regular file by the rules of CreateFileW. Empty with the last error set on failure; on
+// success the last error is ERROR_ALREADY_EXISTS or 0 where the disposition says so.
+SharedDescriptor OpenShared(const FullPath& path, const OpenRequest& request);
+
+// The attributes a file shows; ReadOnly is the absence of the owner's write permission. HIDDEN and
+// SYSTEM are accepted by SetFileAttributesW and not kept.
+DWORD AttributesOf(const struct stat& status) noexcept;
+inline bool IsReadOnly(const struct stat& status) noexcept { return (status.st_mode & S_IWUSR) == 0; }
+
+class FileObject final : public Object {
+public:
+    static constexpr ObjectKind kKind = ObjectKind::File;
+
+    FileObject(SharedDescriptor descriptor, DWORD access) noexcept
+        : Object(kKind), m_descriptor(std::move(descriptor)), m_access(access)
+    {
+    }
+
+    int Fd() const noexcept { return m_descriptor.Get(); }
+    bool MayRead() const noexcept { return (m_access & GENERIC_READ) != 0; }
+    bool MayWrite() const noexcept { return (m_access & GENERIC_WRITE) != 0; }
+
+private:
+    const SharedDescriptor m_descriptor;
+    const DWORD m_access;
+};
+
+} // namespace vlt::posix
