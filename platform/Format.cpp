@@ -7,8 +7,10 @@
 #include <limits>
 #include <utility>
 
-namespace vlt {
-namespace {
+namespace vlt
+{
+namespace
+{
 
 // A length that no trace line needs and no width of a hostile format may pass.
 constexpr unsigned MaxField = 4096;
@@ -16,7 +18,8 @@ constexpr unsigned NoPrecision = std::numeric_limits<unsigned>::max();
 
 // Where the output goes: a bounded buffer that drops what does not fit, or a string.
 template <typename Char>
-class Sink {
+class Sink
+{
 public:
     Sink(Char* buffer, std::size_t room) noexcept : m_buffer(buffer), m_room(room) {}
     explicit Sink(std::basic_string<Char>& text) noexcept : m_text(&text) {}
@@ -67,7 +70,8 @@ struct Directive {
 };
 
 // The arguments in turn.
-class ArgCursor {
+class ArgCursor
+{
 public:
     explicit ArgCursor(FormatArgs args) noexcept : m_args(args) {}
     const FormatArg* Next() noexcept { return m_next < m_args.size() ? &m_args[m_next++] : nullptr; }
@@ -110,11 +114,10 @@ std::string_view Digits(std::uint64_t value, unsigned base, bool upper, std::arr
 }
 
 template <typename Char>
-class Formatter {
+class Formatter
+{
 public:
-    Formatter(Sink<Char>& out, const Char* format, FormatArgs args) noexcept : m_out(out), m_at(format), m_args(args)
-    {
-    }
+    Formatter(Sink<Char>& out, const Char* format, FormatArgs args) noexcept : m_out(out), m_at(format), m_args(args) {}
 
     void Run()
     {
@@ -144,12 +147,23 @@ private:
     {
         for (;; ++m_at) {
             switch (*m_at) {
-            case '-': d.left = true; break;
-            case '+': d.plus = true; break;
-            case ' ': d.blank = true; break;
-            case '0': d.zero = true; break;
-            case '#': d.alternate = true; break;
-            default: return;
+            case '-':
+                d.left = true;
+                break;
+            case '+':
+                d.plus = true;
+                break;
+            case ' ':
+                d.blank = true;
+                break;
+            case '0':
+                d.zero = true;
+                break;
+            case '#':
+                d.alternate = true;
+                break;
+            default:
+                return;
             }
         }
     }
@@ -170,10 +184,7 @@ private:
         return arg && IsInteger(*arg) ? SignedValue(*arg) : 0;
     }
 
-    static unsigned Limited(std::int64_t value)
-    {
-        return value > MaxField ? MaxField : static_cast<unsigned>(value);
-    }
+    static unsigned Limited(std::int64_t value) { return value > MaxField ? MaxField : static_cast<unsigned>(value); }
 
     void ParseWidth(Directive& d)
     {
@@ -199,14 +210,21 @@ private:
     {
         for (;; ++m_at) {
             switch (*m_at) {
-            case 'h': d.size = Size::Half; break;
-            case 'l': d.size = Size::Long; break;
-            case 'w': d.size = Size::Wide; break;
+            case 'h':
+                d.size = Size::Half;
+                break;
+            case 'l':
+                d.size = Size::Long;
+                break;
+            case 'w':
+                d.size = Size::Wide;
+                break;
             case 'I':
                 if ((m_at[1] == '6' && m_at[2] == '4') || (m_at[1] == '3' && m_at[2] == '2'))
                     m_at += 2;
                 break; // the argument knows its width
-            default: return;
+            default:
+                return;
             }
         }
     }
@@ -235,17 +253,27 @@ private:
         bool done = false;
         switch (d.conversion) {
         case 's':
-        case 'S': done = PutText(d, *arg); break;
+        case 'S':
+            done = PutText(d, *arg);
+            break;
         case 'c':
-        case 'C': done = PutCharacter(d, *arg); break;
-        case 'p': done = PutPointer(d, *arg); break;
+        case 'C':
+            done = PutCharacter(d, *arg);
+            break;
+        case 'p':
+            done = PutPointer(d, *arg);
+            break;
         case 'd':
         case 'i':
         case 'u':
         case 'x':
         case 'X':
-        case 'o': done = PutInteger(d, *arg); break;
-        default: done = PutDouble(d, *arg); break;
+        case 'o':
+            done = PutInteger(d, *arg);
+            break;
+        default:
+            done = PutDouble(d, *arg);
+            break;
         }
         if (!done)
             m_out.PutAscii("(?)");
@@ -320,10 +348,17 @@ private:
     {
         const void* value = nullptr;
         switch (arg.kind) {
-        case FormatArg::Kind::Pointer: value = arg.pointer; break;
-        case FormatArg::Kind::Narrow: value = arg.narrow; break;
-        case FormatArg::Kind::Wide: value = arg.wide; break;
-        default: return false;
+        case FormatArg::Kind::Pointer:
+            value = arg.pointer;
+            break;
+        case FormatArg::Kind::Narrow:
+            value = arg.narrow;
+            break;
+        case FormatArg::Kind::Wide:
+            value = arg.wide;
+            break;
+        default:
+            return false;
         }
         Directive number = d;
         number.precision = 2 * sizeof(value);
@@ -434,7 +469,13 @@ std::size_t FormatToV(WCHAR* buffer, std::size_t capacity, const WCHAR* format, 
     return FormatInto(buffer, capacity, format, args);
 }
 
-std::string FormatV(const char* format, FormatArgs args) { return FormatWhole(format, args); }
-WString FormatV(const WCHAR* format, FormatArgs args) { return FormatWhole(format, args); }
+std::string FormatV(const char* format, FormatArgs args)
+{
+    return FormatWhole(format, args);
+}
+WString FormatV(const WCHAR* format, FormatArgs args)
+{
+    return FormatWhole(format, args);
+}
 
 } // namespace vlt

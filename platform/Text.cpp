@@ -3,8 +3,10 @@
 #include <limits>
 #include <stdexcept>
 
-namespace vlt {
-namespace {
+namespace vlt
+{
+namespace
+{
 
 int LengthOf(std::size_t size)
 {

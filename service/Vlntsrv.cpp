@@ -26,7 +26,7 @@ void RunService()
 
 } // namespace
 
-int wmain()
+extern "C" int wmain(int, WCHAR**)
 {
     // The raw line, lower-cased in place, in which the switches are looked for anywhere.
     const LPWSTR line = GetCommandLineW();

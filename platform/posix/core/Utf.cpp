@@ -3,16 +3,33 @@
 #include <algorithm>
 #include <iterator>
 
-namespace vlt::posix {
-namespace {
+namespace vlt::posix
+{
+namespace
+{
 
 constexpr char16_t EscapeBase = 0xDC00;
 
-constexpr bool IsHigh(char32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-constexpr bool IsLow(char32_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
-constexpr bool IsEscape(char32_t unit) { return unit >= 0xDC80 && unit <= 0xDCFF; }
-constexpr unsigned Byte(char c) { return static_cast<unsigned char>(c); }
-constexpr char16_t Unit(char32_t value) { return static_cast<char16_t>(value); }
+constexpr bool IsHigh(char32_t unit)
+{
+    return unit >= 0xD800 && unit <= 0xDBFF;
+}
+constexpr bool IsLow(char32_t unit)
+{
+    return unit >= 0xDC00 && unit <= 0xDFFF;
+}
+constexpr bool IsEscape(char32_t unit)
+{
+    return unit >= 0xDC80 && unit <= 0xDCFF;
+}
+constexpr unsigned Byte(char c)
+{
+    return static_cast<unsigned char>(c);
+}
+constexpr char16_t Unit(char32_t value)
+{
+    return static_cast<char16_t>(value);
+}
 
 void AppendUtf8(std::string& out, char32_t code)
 {

@@ -1,48 +1,31 @@
 // An open file and how it is opened.
 #pragma once
 
+#include "platform/posix/core/Fd.h"
 #include "platform/posix/core/HandleTable.h"
 #include "platform/posix/file/Path.h"
 
 #include <sys/stat.h>
 #include <utility>
 
-namespace vlt::posix {
-
-// Owns a descriptor; closing keeps errno.
-class Descriptor {
-public:
-    Descriptor() noexcept = default;
-    explicit Descriptor(int fd) noexcept : m_fd(fd) {}
-    Descriptor(Descriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept
-    {
-        std::swap(m_fd, other.m_fd);
-        return *this;
-    }
-    ~Descriptor();
-
-    explicit operator bool() const noexcept { return m_fd >= 0; }
-    int Get() const noexcept { return m_fd; }
-
-private:
-    int m_fd = -1;
-};
+namespace vlt::posix
+{
 
 // A descriptor whose share locks end with it, not with the last copy in a starting process.
-class SharedDescriptor {
+class SharedDescriptor
+{
 public:
     SharedDescriptor() noexcept = default;
-    explicit SharedDescriptor(Descriptor descriptor) noexcept : m_descriptor(std::move(descriptor)) {}
+    explicit SharedDescriptor(Fd fd) noexcept : m_fd(std::move(fd)) {}
     SharedDescriptor(SharedDescriptor&&) noexcept = default;
     SharedDescriptor& operator=(SharedDescriptor&&) noexcept = default;
     ~SharedDescriptor();
 
-    explicit operator bool() const noexcept { return static_cast<bool>(m_descriptor); }
-    int Get() const noexcept { return m_descriptor.Get(); }
+    explicit operator bool() const noexcept { return static_cast<bool>(m_fd); }
+    int Get() const noexcept { return m_fd.Get(); }
 
 private:
-    Descriptor m_descriptor;
+    Fd m_fd;
 };
 
 struct OpenRequest {
@@ -59,9 +42,13 @@ SharedDescriptor OpenShared(const FullPath& path, const OpenRequest& request);
 // The attributes a file shows; ReadOnly is the absence of the owner's write permission. HIDDEN and
 // SYSTEM are accepted by SetFileAttributesW and not kept.
 DWORD AttributesOf(const struct stat& status) noexcept;
-inline bool IsReadOnly(const struct stat& status) noexcept { return (status.st_mode & S_IWUSR) == 0; }
+inline bool IsReadOnly(const struct stat& status) noexcept
+{
+    return (status.st_mode & S_IWUSR) == 0;
+}
 
-class FileObject final : public Object {
+class FileObject final : public Object
+{
 public:
     static constexpr ObjectKind kKind = ObjectKind::File;
 

@@ -9,8 +9,10 @@
 #include <memory>
 #include <unistd.h>
 
-namespace vlt::posix {
-namespace {
+namespace vlt::posix
+{
+namespace
+{
 
 constexpr DWORD KnownAttributes = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM |
                                   FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NORMAL | FILE_ATTRIBUTE_TEMPORARY;
@@ -51,7 +53,7 @@ Step FailWith(DWORD code) noexcept
 
 Step OpenExisting(const std::string& host, const OpenRequest& request, SharedDescriptor& result)
 {
-    Descriptor descriptor(open(host.c_str(), OpenFlags(request)));
+    Fd descriptor(open(host.c_str(), OpenFlags(request)));
     if (!descriptor) {
         if (errno == ENOENT || errno == ENOTDIR)
             return Step::Missing;
@@ -68,9 +70,12 @@ Step OpenExisting(const std::string& host, const OpenRequest& request, SharedDes
         return FailWith(ERROR_ACCESS_DENIED);
     const DWORD access = request.access | (Truncates(request) ? GENERIC_WRITE : 0);
     switch (AcquireShareLocks(descriptor.Get(), access, request.share)) {
-    case ShareResult::Conflict: return FailWith(ERROR_SHARING_VIOLATION);
-    case ShareResult::Deleted: return Step::Again;
-    case ShareResult::Granted: break;
+    case ShareResult::Conflict:
+        return FailWith(ERROR_SHARING_VIOLATION);
+    case ShareResult::Deleted:
+        return Step::Again;
+    case ShareResult::Granted:
+        break;
     }
     result = SharedDescriptor(std::move(descriptor));
     if (Truncates(request) && ftruncate(result.Get(), 0) != 0)
@@ -87,7 +92,7 @@ Step CreateNew(const FullPath& path, const FoundPath& found, const OpenRequest& 
     if (path.trailingSlash)
         return FailWith(ERROR_INVALID_NAME);
     const mode_t mode = (request.attributes & FILE_ATTRIBUTE_READONLY) != 0 ? 0444 : 0666;
-    Descriptor descriptor(
+    Fd descriptor(
         open(found.host.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW, mode));
     if (!descriptor) {
         if (errno == EEXIST) // another's file, or a link that leads nowhere
@@ -95,9 +100,12 @@ Step CreateNew(const FullPath& path, const FoundPath& found, const OpenRequest& 
         return FailWith(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
     }
     switch (AcquireShareLocks(descriptor.Get(), request.access, request.share)) {
-    case ShareResult::Conflict: return FailWith(ERROR_SHARING_VIOLATION);
-    case ShareResult::Deleted: return Step::Again;
-    case ShareResult::Granted: break;
+    case ShareResult::Conflict:
+        return FailWith(ERROR_SHARING_VIOLATION);
+    case ShareResult::Deleted:
+        return Step::Again;
+    case ShareResult::Granted:
+        break;
     }
     result = SharedDescriptor(std::move(descriptor));
     return Step::Opened;
@@ -111,19 +119,11 @@ void SetOpenedError(DWORD disposition, bool existed) noexcept
 
 } // namespace
 
-Descriptor::~Descriptor()
-{
-    if (m_fd >= 0) {
-        const ErrnoKeeper keeper;
-        close(m_fd);
-    }
-}
-
 SharedDescriptor::~SharedDescriptor()
 {
-    if (m_descriptor) {
+    if (m_fd) {
         const ErrnoKeeper keeper;
-        ReleaseShareLocks(m_descriptor.Get());
+        ReleaseShareLocks(m_fd.Get());
     }
 }
 

@@ -12,8 +12,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace vlt::posix {
-namespace {
+namespace vlt::posix
+{
+namespace
+{
 
 // Stands for a backslash within a host name, which no Windows name can hold.
 constexpr char16_t BackslashEscape = 0xDC5C;
@@ -61,8 +63,14 @@ std::vector<std::basic_string_view<Char>> Split(std::basic_string_view<Char> tex
     return parts;
 }
 
-bool IsSlash(char c) { return c == '/'; }
-bool IsAnySeparator(char16_t c) { return IsSeparator(c); }
+bool IsSlash(char c)
+{
+    return c == '/';
+}
+bool IsAnySeparator(char16_t c)
+{
+    return IsSeparator(c);
+}
 
 void AppendNames(std::vector<std::u16string>& names, std::u16string_view text, bool literal)
 {
@@ -96,7 +104,10 @@ FullPath CurrentDirectory()
     return FullPathFromHost(current ? std::string_view(current.get()) : std::string_view("/"));
 }
 
-bool IsLetter(char16_t c) noexcept { return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z'); }
+bool IsLetter(char16_t c) noexcept
+{
+    return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z');
+}
 
 // The name in the folder, exact or equal but for its case; empty when there is none.
 std::string FindName(const std::string& folder, std::u16string_view name)
@@ -159,7 +170,10 @@ std::u16string FullPath::Text() const
     return text;
 }
 
-std::string FullPath::DriveFolder() const { return drive == u'C' ? DriveCFolder() : std::string(); }
+std::string FullPath::DriveFolder() const
+{
+    return drive == u'C' ? DriveCFolder() : std::string();
+}
 
 std::string FullPath::ExactHostPath() const
 {
@@ -266,6 +280,9 @@ std::string HostPathFromWindows(std::u16string_view text)
     return path ? FindPath(*path).host : std::string();
 }
 
-std::u16string WindowsPathFromHost(std::string_view host) { return FullPathFromHost(host).Text(); }
+std::u16string WindowsPathFromHost(std::string_view host)
+{
+    return FullPathFromHost(host).Text();
+}
 
 } // namespace vlt::posix

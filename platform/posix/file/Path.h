@@ -20,7 +20,8 @@
 #include <string_view>
 #include <vector>
 
-namespace vlt::posix {
+namespace vlt::posix
+{
 
 // The host path of a Windows path, whether it exists or not. Empty with the last error set when the
 // text is no path of this machine (ERROR_INVALID_NAME, ERROR_PATH_NOT_FOUND for another drive or a
@@ -40,9 +41,9 @@ struct FullPath {
     std::vector<std::u16string> names;
     bool trailingSlash = false;
 
-    std::u16string Text() const; // "C:\a\b"; the root and a path with a trailing slash end in one
+    std::u16string Text() const;       // "C:\a\b"; the root and a path with a trailing slash end in one
     std::string ExactHostPath() const; // as the host would have it were every name exact
-    std::string DriveFolder() const; // host folder of the drive, without a trailing slash ("" for Z:)
+    std::string DriveFolder() const;   // host folder of the drive, without a trailing slash ("" for Z:)
 };
 
 // Nothing with the last error set as for HostPathFromWindows. A limit of 0 leaves the length free.
@@ -63,6 +64,9 @@ DWORD SetMissingError(const FullPath& path, const FoundPath& found) noexcept;
 // Whether a new file or folder may bear the path's last name; on drive Z: every name will do.
 bool IsCreatable(const FullPath& path) noexcept;
 
-inline bool IsSeparator(char16_t c) noexcept { return c == u'\\' || c == u'/'; }
+inline bool IsSeparator(char16_t c) noexcept
+{
+    return c == u'\\' || c == u'/';
+}
 
 } // namespace vlt::posix

@@ -7,7 +7,8 @@
 
 using namespace vlt::posix;
 
-namespace {
+namespace
+{
 
 BOOL Fail(DWORD code) noexcept
 {
@@ -106,9 +107,10 @@ DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD metho
     const LONGLONG offset =
         distanceHigh ? (LONGLONG{*distanceHigh} << 32) | static_cast<DWORD>(distance) : LONGLONG{distance};
     const off_t before = lseek(object->Fd(), 0, SEEK_CUR);
-    const off_t position = lseek(object->Fd(), offset, method == FILE_BEGIN     ? SEEK_SET
-                                                       : method == FILE_CURRENT ? SEEK_CUR
-                                                                                : SEEK_END);
+    const off_t position = lseek(object->Fd(), offset,
+                                 method == FILE_BEGIN     ? SEEK_SET
+                                 : method == FILE_CURRENT ? SEEK_CUR
+                                                          : SEEK_END);
     if (position < 0) {
         SetLastError(errno == EINVAL ? ERROR_NEGATIVE_SEEK : ErrorFromErrno(errno));
         return INVALID_SET_FILE_POINTER;

@@ -11,8 +11,10 @@
 #include <time.h>
 #include <unistd.h>
 
-namespace vlt::posix {
-namespace {
+namespace vlt::posix
+{
+namespace
+{
 
 // Positions from FirstByte. A reader that denies writing and deleting holds 0 to 2 and looks at 3 to 5.
 enum Bit : unsigned {

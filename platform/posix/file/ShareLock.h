@@ -11,7 +11,8 @@
 
 #include "platform/posix/win32/base.h"
 
-namespace vlt::posix {
+namespace vlt::posix
+{
 
 // Releases the bytes of a descriptor. They would otherwise live on for a moment when another
 // thread is starting a process, whose copy of the descriptor goes away only with exec.
@@ -26,7 +27,8 @@ ShareResult AcquireShareLocks(int fd, DWORD access, DWORD share) noexcept;
 
 // Holds off openers and deleters of the file for the time of its life, as far as a bounded wait
 // for a foreign holder of the flock allows.
-class OpenSerializer {
+class OpenSerializer
+{
 public:
     explicit OpenSerializer(int fd) noexcept;
     ~OpenSerializer();

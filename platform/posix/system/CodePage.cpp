@@ -6,7 +6,8 @@
 
 using namespace vlt::posix;
 
-namespace {
+namespace
+{
 
 // Whether the arguments are of the subset; the last error says why not. A length of -1 is replaced
 // by that of the text with its terminator.

@@ -7,7 +7,8 @@
 
 using namespace vlt::posix;
 
-namespace {
+namespace
+{
 
 template <typename Char>
 int LengthOf(const Char* text)
@@ -56,12 +57,30 @@ DWORD CharLowerBuffW(LPWSTR text, DWORD length)
     return length;
 }
 
-int lstrlenW(LPCWSTR text) { return LengthOf(text); }
-int lstrlenA(LPCSTR text) { return LengthOf(text); }
-LPWSTR lstrcpynW(LPWSTR target, LPCWSTR source, int size) { return CopyBounded(target, source, size); }
-LPSTR lstrcpynA(LPSTR target, LPCSTR source, int size) { return CopyBounded(target, source, size); }
-int lstrcmpW(LPCWSTR left, LPCWSTR right) { return Compare(left, right, false); }
-int lstrcmpiW(LPCWSTR left, LPCWSTR right) { return Compare(left, right, true); }
+int lstrlenW(LPCWSTR text)
+{
+    return LengthOf(text);
+}
+int lstrlenA(LPCSTR text)
+{
+    return LengthOf(text);
+}
+LPWSTR lstrcpynW(LPWSTR target, LPCWSTR source, int size)
+{
+    return CopyBounded(target, source, size);
+}
+LPSTR lstrcpynA(LPSTR target, LPCSTR source, int size)
+{
+    return CopyBounded(target, source, size);
+}
+int lstrcmpW(LPCWSTR left, LPCWSTR right)
+{
+    return Compare(left, right, false);
+}
+int lstrcmpiW(LPCWSTR left, LPCWSTR right)
+{
+    return Compare(left, right, true);
+}
 
 int lstrcmpiA(LPCSTR left, LPCSTR right)
 {
