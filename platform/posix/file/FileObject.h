@@ -42,6 +42,19 @@ SharedDescriptor OpenShared(const FullPath& path, const OpenRequest& request);
 // The attributes a file shows; ReadOnly is the absence of the owner's write permission. HIDDEN and
 // SYSTEM are accepted by SetFileAttributesW and not kept.
 DWORD AttributesOf(const struct stat& status) noexcept;
+// Something that exists. The status and the attributes of a link are those of what it leads to.
+struct Entry {
+    FullPath path;
+    std::string host;
+    struct stat status;
+    bool isLink;
+    DWORD attributes;
+
+    bool IsFolder() const noexcept { return S_ISDIR(status.st_mode); }
+};
+// Nothing with the last error set when the path is none or leads to nothing.
+std::optional<Entry> FindEntry(LPCWSTR path, std::size_t limit = MAX_PATH);
+
 inline bool IsReadOnly(const struct stat& status) noexcept
 {
     return (status.st_mode & S_IWUSR) == 0;

@@ -98,12 +98,6 @@ FullPath FullPathFromHost(std::string_view host)
     return path;
 }
 
-FullPath CurrentDirectory()
-{
-    const std::unique_ptr<char, void (*)(void*)> current(getcwd(nullptr, 0), &free);
-    return FullPathFromHost(current ? std::string_view(current.get()) : std::string_view("/"));
-}
-
 bool IsLetter(char16_t c) noexcept
 {
     return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z');
@@ -128,6 +122,12 @@ std::string FindName(const std::string& folder, std::u16string_view name)
 }
 
 } // namespace
+
+FullPath CurrentPath()
+{
+    const std::unique_ptr<char, void (*)(void*)> current(getcwd(nullptr, 0), &free);
+    return FullPathFromHost(current ? std::string_view(current.get()) : std::string_view("/"));
+}
 
 std::u16string WindowsName(std::string_view hostName)
 {
@@ -209,7 +209,7 @@ std::optional<FullPath> ParsePath(std::u16string_view text, std::size_t limit)
     if (literal && !(hasDrive && rooted))
         return Fail(ERROR_BAD_NETPATH);
     if (!hasDrive || !rooted) {
-        path = CurrentDirectory();
+        path = CurrentPath();
         // Only the current drive has a current directory; the other one's is its root.
         if (rooted || (hasDrive && drive != path.drive))
             path.names.clear();

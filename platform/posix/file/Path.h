@@ -49,6 +49,12 @@ struct FullPath {
 // Nothing with the last error set as for HostPathFromWindows. A limit of 0 leaves the length free.
 std::optional<FullPath> ParsePath(std::u16string_view path, std::size_t limit = MAX_PATH);
 
+// The current directory of the process.
+FullPath CurrentPath();
+
+// Copies a path with its terminator and returns its length, or returns the size it needs.
+DWORD CopyPathText(const std::u16string& text, LPWSTR buffer, DWORD size);
+
 // What the names of a path lead to.
 struct FoundPath {
     std::string host;
