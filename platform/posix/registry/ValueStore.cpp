@@ -33,27 +33,32 @@ bool WaitForWriter(int attempt) noexcept
     return attempt < 300;
 }
 
+// Reads as much as the record says. With a long name that takes two steps: to the record, and on.
 ValueState ReadLarge(int fd, std::size_t nameLength, ValueBuffer& buffer, ValueView& view, LSTATUS& status) noexcept
 {
-    struct stat info {
-    };
-    if (fstat(fd, &info) != 0 || view.end > static_cast<std::uint64_t>(info.st_size))
-        return ValueState::Torn; // the size is read with the old data, or is nonsense
-    const std::size_t size = static_cast<std::size_t>(view.end);
-    buffer.large.reset(new (std::nothrow) std::byte[size]);
-    if (!buffer.large) {
-        status = ERROR_NOT_ENOUGH_MEMORY;
-        return ValueState::Bad;
+    for (std::uint64_t known = 0;;) {
+        struct stat info {
+        };
+        if (fstat(fd, &info) != 0 || view.end > static_cast<std::uint64_t>(info.st_size) || view.end == known)
+            return ValueState::Torn; // the size is read with the old data, or is nonsense
+        known = view.end;
+        const std::size_t size = static_cast<std::size_t>(known);
+        buffer.large.reset(new (std::nothrow) std::byte[size]);
+        if (!buffer.large) {
+            status = ERROR_NOT_ENOUGH_MEMORY;
+            return ValueState::Bad;
+        }
+        std::size_t done = 0;
+        while (done < size) {
+            const ssize_t got = pread(fd, buffer.large.get() + done, size - done, static_cast<off_t>(done));
+            if (got <= 0)
+                break;
+            done += static_cast<std::size_t>(got);
+        }
+        const ValueState state = ParseValue({buffer.large.get(), done}, nameLength, view);
+        if (state != ValueState::Short)
+            return state;
     }
-    std::size_t done = 0;
-    while (done < size) {
-        const ssize_t got = pread(fd, buffer.large.get() + done, size - done, static_cast<off_t>(done));
-        if (got <= 0)
-            break;
-        done += static_cast<std::size_t>(got);
-    }
-    const ValueState state = ParseValue({buffer.large.get(), done}, nameLength, view);
-    return state == ValueState::Short ? ValueState::Torn : state;
 }
 
 LSTATUS ReadOpenFile(int fd, std::size_t nameLength, ValueBuffer& buffer, ValueView& view) noexcept
