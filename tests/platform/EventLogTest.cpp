@@ -1,0 +1,123 @@
+#include "platform/Text.h"
+#include "platform/Unique.h"
+#include "tests/support/Support.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <vector>
+#ifndef _WIN32
+#include "platform/posix/core/MachineRoot.h"
+#endif
+
+using namespace vlt;
+using namespace vlt::test;
+
+namespace
+{
+
+BOOL Write(HANDLE source, WORD type, DWORD id, std::vector<const WCHAR*> texts)
+{
+    return ReportEventW(source, type, 0, id, nullptr, static_cast<WORD>(texts.size()), 0, texts.data(), nullptr);
+}
+
+#ifndef _WIN32
+std::filesystem::path LogFile(const char* name = "application.jsonl")
+{
+    return std::filesystem::path(posix::MachineFolder("eventlog")) / name;
+}
+
+std::vector<std::string> Lines()
+{
+    std::vector<std::string> lines;
+    std::istringstream text(ReadBytes(LogFile()));
+    for (std::string line; std::getline(text, line);)
+        lines.push_back(line);
+    return lines;
+}
+#endif
+
+} // namespace
+
+VLT_CHILD(eventWriter)
+{
+    const EventSource source(RegisterEventSourceW(nullptr, ToWide(args[0]).c_str()));
+    const WString text(2000, static_cast<WCHAR>(args[0][0]));
+    for (int i = 0; i < 200; ++i)
+        if (!Write(source.Get(), EVENTLOG_INFORMATION_TYPE, 7, {text.c_str()}))
+            return 1;
+    return 0;
+}
+
+TEST(EventLog, SourcesAreHandles)
+{
+    const HANDLE source = RegisterEventSourceW(nullptr, TEXT("Vlt Test"));
+    ASSERT_NE(nullptr, source);
+    EXPECT_TRUE(Write(source, EVENTLOG_ERROR_TYPE, 3, {TEXT("text")}));
+    EXPECT_TRUE(Write(source, EVENTLOG_INFORMATION_TYPE, 0xA0000003u, {}));
+    EXPECT_TRUE(DeregisterEventSource(source));
+#ifdef _WIN32
+    GTEST_SKIP() << "Wine stores nothing and takes any handle";
+#else
+    EXPECT_FALSE(Write(source, EVENTLOG_ERROR_TYPE, 3, {}));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
+    EXPECT_FALSE(DeregisterEventSource(source));
+    EXPECT_FALSE(RegisterEventSourceW(TEXT("other"), TEXT("x")));
+    EXPECT_EQ(ERROR_NOT_SUPPORTED, GetLastError());
+#endif
+}
+
+#ifndef _WIN32
+TEST(EventLog, LinesSayWhatWasReported)
+{
+    const EventSource source(RegisterEventSourceW(nullptr, TEXT("Source \"\u00E9\"")));
+    const WCHAR odd[] = {u'l', u'\r', u'\n', 0xD800, u'\\', u'\u20AC', 0};
+    ASSERT_TRUE(Write(source.Get(), EVENTLOG_ERROR_TYPE, 0xA0000003u, {odd, TEXT("second")}));
+    ASSERT_TRUE(Write(source.Get(), EVENTLOG_WARNING_TYPE, 0, {}));
+    const std::vector<std::string> lines = Lines();
+    ASSERT_EQ(2u, lines.size());
+    const std::string tail = std::string("\"source\":\"Source \\\"\u00E9\\\"\",\"type\":\"error\",\"id\":2684354563,") +
+                             "\"category\":0,\"pid\":" + std::to_string(GetCurrentProcessId()) +
+                             ",\"strings\":[\"l\\u000d\\u000a\\ud800\\\\\u20AC\",\"second\"]}";
+    EXPECT_TRUE(lines[0].ends_with(tail)) << lines[0];
+    EXPECT_EQ(0u, lines[0].find("{\"time\":\"20"));
+    EXPECT_EQ(std::string("{\"time\":\"2026-01-31T12:00:00.000Z\",").size() + tail.size(), lines[0].size());
+    EXPECT_TRUE(lines[1].ends_with("\"strings\":[]}"));
+}
+
+TEST(EventLog, LinesOfManyProcessesStayWhole)
+{
+    Child a("eventWriter", {"a"});
+    Child b("eventWriter", {"b"});
+    EXPECT_EQ(0, a.Wait(30000));
+    EXPECT_EQ(0, b.Wait(30000));
+    const std::vector<std::string> lines = Lines();
+    EXPECT_EQ(400u, lines.size());
+    for (const std::string& line : lines) {
+        const char letter = line.find("\"source\":\"a\"") != std::string::npos ? 'a' : 'b';
+        EXPECT_NE(std::string::npos, line.find("[\"" + std::string(2000, letter) + "\"]}"));
+    }
+}
+
+TEST(EventLog, AFullLogIsPutAside)
+{
+    WriteBytes(LogFile(), "old\n");
+    std::filesystem::resize_file(LogFile(), 8 * 1024 * 1024);
+    Child a("eventWriter", {"a"});
+    Child b("eventWriter", {"b"});
+    EXPECT_EQ(0, a.Wait(30000));
+    EXPECT_EQ(0, b.Wait(30000));
+    EXPECT_EQ(400u, Lines().size()) << "none is lost";
+    EXPECT_EQ(0u, ReadBytes(LogFile("application.1.jsonl")).find("old\n"));
+}
+
+TEST(EventLog, AFolderThatCannotBeWrittenFailsTheReport)
+{
+    std::filesystem::create_directory(LogFile());
+    const EventSource source(RegisterEventSourceW(nullptr, TEXT("x")));
+    EXPECT_FALSE(Write(source.Get(), EVENTLOG_ERROR_TYPE, 1, {TEXT("x")}));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
+}
+#endif
