@@ -39,6 +39,19 @@ std::vector<std::string> Lines()
 }
 #endif
 
+// Every test begins with an empty log.
+class EventLog : public testing::Test
+{
+protected:
+    EventLog()
+    {
+#ifndef _WIN32
+        for (const auto& entry : std::filesystem::directory_iterator(posix::MachineFolder("eventlog")))
+            std::filesystem::remove(entry.path());
+#endif
+    }
+};
+
 } // namespace
 
 VLT_CHILD(eventWriter)
@@ -51,7 +64,7 @@ VLT_CHILD(eventWriter)
     return 0;
 }
 
-TEST(EventLog, SourcesAreHandles)
+TEST_F(EventLog, SourcesAreHandles)
 {
     const HANDLE source = RegisterEventSourceW(nullptr, TEXT("Vlt Test"));
     ASSERT_NE(nullptr, source);
@@ -70,7 +83,7 @@ TEST(EventLog, SourcesAreHandles)
 }
 
 #ifndef _WIN32
-TEST(EventLog, LinesSayWhatWasReported)
+TEST_F(EventLog, LinesSayWhatWasReported)
 {
     const EventSource source(RegisterEventSourceW(nullptr, TEXT("Source \"\u00E9\"")));
     const WCHAR odd[] = {u'l', u'\r', u'\n', 0xD800, u'\\', u'\u20AC', 0};
@@ -87,7 +100,7 @@ TEST(EventLog, LinesSayWhatWasReported)
     EXPECT_TRUE(lines[1].ends_with("\"strings\":[]}"));
 }
 
-TEST(EventLog, LinesOfManyProcessesStayWhole)
+TEST_F(EventLog, LinesOfManyProcessesStayWhole)
 {
     Child a("eventWriter", {"a"});
     Child b("eventWriter", {"b"});
@@ -101,7 +114,7 @@ TEST(EventLog, LinesOfManyProcessesStayWhole)
     }
 }
 
-TEST(EventLog, AFullLogIsPutAside)
+TEST_F(EventLog, AFullLogIsPutAside)
 {
     WriteBytes(LogFile(), "old\n");
     std::filesystem::resize_file(LogFile(), 8 * 1024 * 1024);
@@ -113,7 +126,7 @@ TEST(EventLog, AFullLogIsPutAside)
     EXPECT_EQ(0u, ReadBytes(LogFile("application.1.jsonl")).find("old\n"));
 }
 
-TEST(EventLog, AFolderThatCannotBeWrittenFailsTheReport)
+TEST_F(EventLog, AFolderThatCannotBeWrittenFailsTheReport)
 {
     std::filesystem::create_directory(LogFile());
     const EventSource source(RegisterEventSourceW(nullptr, TEXT("x")));
