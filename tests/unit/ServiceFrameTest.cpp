@@ -1,4 +1,5 @@
 // The service frame without a service manager: what raises ends in the guard, and in DeInit.
+#include "ARDCommon/EventLog.h"
 #include "platform/Guard.h"
 #include "platform/Unique.h"
 #include "service/CService.h"
@@ -55,6 +56,15 @@ TEST(ServiceFrame, PendingStateNeedsACheckpointAndAHint)
             EXPECT_EQ(code, 0u);
         }
     }
+}
+
+TEST(ServiceFrame, ErrorTextsEndLikeTheSystems)
+{
+    EXPECT_EQ(vlt::ErrorText(TEXT("100% %s"), 0), TEXT("100% %s"));
+    const WString known = vlt::ErrorText(TEXT("CreateEvent"), ERROR_ACCESS_DENIED);
+    EXPECT_TRUE(known.starts_with(TEXT("CreateEvent failed: ")));
+    EXPECT_TRUE(known.ends_with(TEXT("\r\n")));
+    EXPECT_EQ(vlt::ErrorText(TEXT("CreateEvent"), 0xE0001234), TEXT("CreateEvent failed: Unknown error 3758100020"));
 }
 
 TEST(ServiceFrame, ServiceThatCannotRegisterIsTakenDown)
