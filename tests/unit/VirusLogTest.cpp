@@ -132,6 +132,14 @@ protected:
     }
     static WString FileOf(const WString& day) { return vlt::ProgramFolder() + TEXT("Log\\") + day + TEXT(".VLG"); }
 
+    // A threat name that is not in the log yet; a process id would come again on the same day.
+    static WString UniqueMark()
+    {
+        FILETIME now{};
+        GetSystemTimeAsFileTime(&now);
+        return vlt::Format(TEXT("mark%u-%u-%u"), now.dwHighDateTime, now.dwLowDateTime, GetCurrentProcessId());
+    }
+
     // What `write` adds to the log, in the file of the day before it or of the one after it: the
     // test may run over midnight.
     template <typename Write>
@@ -190,26 +198,6 @@ TEST_F(VirusLogLine, FieldsWithoutTerminator)
                                   TEXT(")|0|0|0|0\r\n"));
 }
 
-TEST_F(VirusLogLine, CallbackLogsUnlessTheRecordForbidsIt)
-{
-    const WString mark = vlt::Format(TEXT("mark%u"), GetCurrentProcessId());
-    const WString lines = Added([&] {
-        const WString day = Today();
-        auto record = std::make_unique<AsDetectionRecord>(Detection(mark, TEXT("C:\\silent.exe")));
-        record->noLog = 1;
-        RealTimeScanVirusCallBack(nullptr, record.get());
-        RealTimeScanVirusCallBack(nullptr, nullptr);
-        record->noLog = 0;
-        vlt::CopyToField(record->infectedPath, WStringView(TEXT("C:\\loud.exe")));
-        RealTimeScanVirusCallBack(nullptr, record.get());
-        record.reset(); // the library's record ends with the call; the thread has its own
-        EXPECT_TRUE(Eventually(20000, [&] {
-            return (Read(FileOf(day)) + Read(FileOf(Today()))).find(mark + TEXT("|C:\\loud.exe")) != WString::npos;
-        }));
-    });
-    EXPECT_EQ(lines.find(TEXT("silent")), WString::npos);
-}
-
 TEST_F(VirusLogLine, TraceOfADetection)
 {
     AsDetectionRecord record = Detection(TEXT("T"), TEXT("C:\\x"));
@@ -230,12 +218,32 @@ TEST_F(VirusLogLine, TraceOfADetection)
     EXPECT_EQ(lines, expected);
 }
 
+TEST_F(VirusLogLine, CallbackLogsUnlessTheRecordForbidsIt)
+{
+    const WString mark = UniqueMark();
+    const WString lines = Added([&] {
+        const WString day = Today();
+        auto record = std::make_unique<AsDetectionRecord>(Detection(mark, TEXT("C:\\silent.exe")));
+        record->noLog = 1;
+        RealTimeScanVirusCallBack(nullptr, record.get());
+        RealTimeScanVirusCallBack(nullptr, nullptr);
+        record->noLog = 0;
+        vlt::CopyToField(record->infectedPath, WStringView(TEXT("C:\\loud.exe")));
+        RealTimeScanVirusCallBack(nullptr, record.get());
+        record.reset(); // the library's record ends with the call; the thread has its own
+        EXPECT_TRUE(Eventually(20000, [&] {
+            return (Read(FileOf(day)) + Read(FileOf(Today()))).find(mark + TEXT("|C:\\loud.exe")) != WString::npos;
+        }));
+    });
+    EXPECT_EQ(lines.find(TEXT("silent")), WString::npos);
+}
+
 // The library calls back on many threads at once; no line may be lost, torn or joined with another.
 TEST_F(VirusLogLine, ConcurrentDetectionsEachGetTheirLine)
 {
     constexpr int kThreads = 8;
     constexpr int kEach = 25;
-    const WString mark = vlt::Format(TEXT("many%u"), GetCurrentProcessId());
+    const WString mark = UniqueMark();
     const auto wanted = [&](int thread, int i) {
         return TEXT("01048576|00000001|2|1|") + mark + vlt::Format(TEXT("|C:\\%d-%d.exe|2|1|3|-1\r\n"), thread, i);
     };
