@@ -28,18 +28,6 @@ void Place(const fs::path& from, const fs::path& to)
         fs::copy_file(from, to);
 }
 
-fs::path Built(const char* stem)
-{
-    for (const auto& entry : fs::directory_iterator(ProductFolder())) {
-        std::string name = entry.path().filename().string();
-        std::transform(name.begin(), name.end(), name.begin(),
-                       [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-        if (name == stem || name == std::string(stem) + ".exe")
-            return entry.path();
-    }
-    throw std::runtime_error(std::string("not built: ") + stem);
-}
-
 void DeleteTree(HKEY parent, const WCHAR* key, REGSAM view)
 {
     {
@@ -156,6 +144,18 @@ void Installation::Unregister()
 std::string Installation::FolderText() const
 {
     return ToNarrow(m_folderW, CP_UTF8);
+}
+
+fs::path Installation::Built(const char* stem)
+{
+    for (const auto& entry : fs::directory_iterator(ProductFolder())) {
+        std::string name = entry.path().filename().string();
+        std::transform(name.begin(), name.end(), name.begin(),
+                       [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+        if (name == stem || name == std::string(stem) + ".exe")
+            return entry.path();
+    }
+    throw std::runtime_error(std::string("not built: ") + stem);
 }
 
 fs::path Installation::Program() const

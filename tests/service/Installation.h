@@ -38,6 +38,9 @@ public:
     std::filesystem::path File(std::string_view name) const { return m_folder.HostPath(name); }
     std::filesystem::path Program() const;
 
+    // A program of the build by its name in lower case, without an extension.
+    static std::filesystem::path Built(const char* stem);
+
     // Values of the on-access key (or another one), 32-bit view.
     void Set(const char* name, DWORD number);
     void Set(const char* name, const std::string& text, DWORD type = REG_SZ);

@@ -154,6 +154,11 @@ struct FailingStart {
     const char* engine;  // in the ini file afterwards
 };
 
+void PrintTo(const FailingStart& start, std::ostream* out)
+{
+    *out << start.name;
+}
+
 class ServiceStart : public testing::TestWithParam<FailingStart>
 {
 };
@@ -233,7 +238,7 @@ std::vector<FailingStart> FailingStarts()
 }
 
 INSTANTIATE_TEST_SUITE_P(Failing, ServiceStart, testing::ValuesIn(FailingStarts()),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& start) { return std::string(start.param.name); });
 
 TEST(ServiceLife, AMissingCommandProgramIsTriedOncePerReport)
 {
@@ -246,6 +251,39 @@ TEST(ServiceLife, AMissingCommandProgramIsTriedOncePerReport)
     const Lines all = service.Transcript();
     EXPECT_EQ(std::count(all.begin(), all.end(), failed), 2);
     EXPECT_EQ(all.back(), failed);
+}
+
+// Also without a separator at the end of the application's folder.
+TEST(ServiceLife, TheOperatorsToolDrivesIt)
+{
+    Installation service;
+    const WString bare = service.Folder().substr(0, service.Folder().size() - 1);
+    service.SetBytes(kProductKey, "Application Path", REG_SZ,
+                     {reinterpret_cast<const char*>(bare.c_str()), (bare.size() + 1) * sizeof(WCHAR)});
+    AsDetectionRecord record{};
+    vlt::CopyToField(record.threatName, WStringView(TEXT("Threat")));
+    vlt::CopyToField(record.infectedPath, WStringView(TEXT("C:\\x")));
+    WriteBytes(service.File("detect.bin"), {reinterpret_cast<const char*>(&record), sizeof record});
+    const auto vlctl = [&](const std::vector<std::string>& arguments, int exit) {
+        Child child = Child::Program(Installation::Built("vlctl"), arguments);
+        std::string output;
+        for (std::string line = child.ReadLine(); !line.empty(); line = child.ReadLine())
+            output += line + '\n';
+        EXPECT_EQ(child.Wait(40000), exit) << output;
+        return output;
+    };
+    const std::string started = vlctl({"service", "start"}, 0);
+    EXPECT_EQ(started, "running, process " + std::to_string(service.Status().dwProcessId) + "\n");
+    const Json status = Json::parse(vlctl({"service", "status", "--json"}, 0), nullptr, false);
+    EXPECT_EQ(status["state"], "running");
+    EXPECT_EQ(status["controlsAccepted"], 5);
+    EXPECT_TRUE(Eventually(20000, [&] {
+        return vlctl({"log", "--json"}, std::filesystem::exists(service.File("Log")) ? 0 : 1).find("\"Threat\"") !=
+               std::string::npos;
+    }));
+    EXPECT_EQ(vlctl({"service", "stop"}, 0), "stopped, exit code 0\n");
+    vlctl({"service", "status"}, 1);
+    EXPECT_TRUE(Holds(service.Transcript(), {"run /WSCAntiVirusOn", "run /WSCAntiVirusOff"}));
 }
 
 TEST(ServiceProgram, RunByHandEndsAtOnceAndTouchesNothing)
