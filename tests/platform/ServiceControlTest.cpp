@@ -141,7 +141,10 @@ TEST_F(ServiceControl, RegistrationIsKept)
     EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
     EXPECT_FALSE(StartServiceW(opened.Get(), 0, nullptr));
     EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
-    opened.Reset();
+    const SC_HANDLE closed = opened.Release();
+    EXPECT_TRUE(CloseServiceHandle(closed));
+    EXPECT_FALSE(CloseServiceHandle(closed));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
     EXPECT_TRUE(DeleteService(m_service.Get()));
     m_service.Reset();
     EXPECT_TRUE(Eventually(20000, [&] { return !Open(SERVICE_QUERY_CONFIG); }));
