@@ -1,5 +1,5 @@
 // Values: files in a key's folder. No call takes a lock or waits for another process; a reader that
-// meets a write in progress reads again, for about 20 ms at most.
+// meets a write in progress reads again, for about 40 ms at most.
 #pragma once
 
 #include "platform/posix/registry/ValueFile.h"

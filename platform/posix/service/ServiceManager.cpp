@@ -6,6 +6,7 @@
 #include "platform/posix/service/ServiceProcess.h"
 #include "platform/posix/service/ServiceStore.h"
 
+#include <cerrno>
 #include <cstring>
 #include <new>
 #include <time.h>
@@ -112,6 +113,8 @@ DWORD Start(const ServiceObject& service, DWORD argc, LPCWSTR* argv)
     if (arguments.size() * sizeof(WCHAR) > MaxArgumentBytes)
         return ERROR_INVALID_PARAMETER;
     const Fd lock = service.folder.LockStart();
+    if (!lock && errno != ENOENT)
+        return ErrorFromErrno(errno);
     ServiceConfig config;
     if (!lock || service.folder.ReadConfig(config) != ERROR_SUCCESS || service.folder.IsMarked())
         return ERROR_SERVICE_MARKED_FOR_DELETE;

@@ -73,7 +73,7 @@ Texts Environment(const ServiceConfig& config, int channel)
 [[noreturn]] void Become(int channel, const char* program, char* const* arguments, char* const* environment)
 {
     setsid();
-    const pid_t child = fork();
+    const pid_t child = _Fork();
     if (child != 0)
         _exit(child < 0 ? 1 : 0); // the service is nobody's child: its starter need not wait for it
     ChannelReport report{ChannelReport::ProcessId, static_cast<std::uint32_t>(getpid())};
