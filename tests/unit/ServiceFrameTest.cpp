@@ -64,7 +64,7 @@ TEST(ServiceFrame, ErrorTextsEndLikeTheSystems)
     const WString known = vlt::ErrorText(TEXT("CreateEvent"), ERROR_ACCESS_DENIED);
     EXPECT_TRUE(known.starts_with(TEXT("CreateEvent failed: ")));
     EXPECT_TRUE(known.ends_with(TEXT("\r\n")));
-    EXPECT_EQ(vlt::ErrorText(TEXT("CreateEvent"), 0xE0001234), TEXT("CreateEvent failed: Unknown error 3758100020"));
+    EXPECT_EQ(vlt::ErrorText(TEXT("CreateEvent"), 0xE0001234), TEXT("CreateEvent failed: Unknown error 3758101044"));
 }
 
 TEST(ServiceFrame, ServiceThatCannotRegisterIsTakenDown)
