@@ -1,4 +1,3 @@
-#include "platform/Guard.h"
 #include "tests/platform/Waiter.h"
 
 #include <gtest/gtest.h>
@@ -26,6 +25,9 @@ TEST(Thread, RunsEndsAndTellsItsCode)
     EXPECT_EQ(thread.ExitCode(), 42u);
     EXPECT_EQ(thread.Id(), id);
     EXPECT_TRUE(thread.HasEnded(0)); // stays signalled
+    DWORD code = 0;
+    EXPECT_FALSE(GetExitCodeThread(nullptr, &code));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
 }
 
 TEST(Thread, StartsSuspendedAndResumesOnce)
@@ -285,30 +287,6 @@ TEST(CriticalSection, ExcludesOthersAndIsRecursive)
     }
     EXPECT_EQ(shared, 60000);
     DeleteCriticalSection(&section);
-}
-
-TEST(GuardedCall, TellsTheRaisedCode)
-{
-    DWORD code = 0;
-    EXPECT_EQ(VltGuardedCall([](void* value) { *static_cast<int*>(value) = 3; }, &code, &code), 1);
-    EXPECT_EQ(code, 3u);
-    for (const DWORD raised : {DWORD{5}, DWORD{0xE0000001}, DWORD{0}}) {
-        code = 77;
-        DWORD given = raised;
-        EXPECT_EQ(
-            VltGuardedCall(
-                [](void* value) { RaiseException(*static_cast<DWORD*>(value), EXCEPTION_NONCONTINUABLE, 0, nullptr); },
-                &given, &code),
-            0);
-        EXPECT_EQ(code, raised);
-    }
-}
-
-TEST(GuardedCall, LetsExceptionsOfTheProgramPass)
-{
-    DWORD code = 77;
-    EXPECT_THROW(VltGuardedCall([](void*) { throw 5; }, nullptr, &code), int);
-    EXPECT_EQ(code, 77u);
 }
 
 VLT_CHILD(wait_for_input)

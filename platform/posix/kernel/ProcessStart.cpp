@@ -2,8 +2,8 @@
 
 #include "platform/posix/core/Error.h"
 #include "platform/posix/core/Utf.h"
+#include "platform/posix/file/Path.h"
 #include "platform/posix/kernel/CommandLine.h"
-#include "platform/posix/kernel/HostPath.h"
 
 #include <cerrno>
 #include <csignal>

@@ -4,7 +4,7 @@
 #include "platform/posix/core/MachineRoot.h"
 #include "platform/posix/core/Utf.h"
 #include "platform/posix/kernel/CommandLine.h"
-#include "platform/posix/kernel/HostPath.h"
+#include "platform/posix/file/Path.h"
 #include "platform/posix/service/ControlChannel.h"
 
 #include <cerrno>
