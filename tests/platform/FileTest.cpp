@@ -1,0 +1,222 @@
+// Opening, reading, writing and the attributes of files.
+#include "platform/Text.h"
+#include "platform/Unique.h"
+#include "tests/support/Support.h"
+
+#include <gtest/gtest.h>
+
+#ifndef _WIN32
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+namespace
+{
+
+using vlt::FileHandle;
+using vlt::test::ReadBytes;
+using vlt::test::TempFolder;
+using vlt::test::WriteBytes;
+
+constexpr DWORD kReadWrite = GENERIC_READ | GENERIC_WRITE;
+
+FileHandle Open(const WString& path, DWORD access, DWORD disposition, DWORD share = 0,
+                DWORD attributes = FILE_ATTRIBUTE_NORMAL)
+{
+    SetLastError(0xABCD);
+    return FileHandle(CreateFileW(path.c_str(), access, share, nullptr, disposition, attributes, nullptr));
+}
+
+TEST(FileTest, DispositionsAndTheirErrors)
+{
+    const TempFolder folder;
+    const WString path = folder.PathW("file.txt");
+    EXPECT_FALSE(Open(path, GENERIC_READ, OPEN_EXISTING));
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_FALSE(Open(path, kReadWrite, TRUNCATE_EXISTING));
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_FALSE(Open(folder.PathW() + TEXT("\\no\\file.txt"), kReadWrite, CREATE_ALWAYS));
+    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+
+    EXPECT_TRUE(Open(path, kReadWrite, OPEN_ALWAYS));
+    EXPECT_EQ(GetLastError(), 0u);
+    WriteBytes(folder.HostPath("file.txt"), "contents");
+    EXPECT_TRUE(Open(path, kReadWrite, OPEN_ALWAYS));
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(ReadBytes(folder.HostPath("file.txt")), "contents");
+    EXPECT_FALSE(Open(path, kReadWrite, CREATE_NEW));
+    EXPECT_EQ(GetLastError(), ERROR_FILE_EXISTS);
+    EXPECT_TRUE(Open(path, kReadWrite, TRUNCATE_EXISTING));
+    EXPECT_EQ(ReadBytes(folder.HostPath("file.txt")), "");
+    WriteBytes(folder.HostPath("file.txt"), "contents");
+    EXPECT_TRUE(Open(path, GENERIC_WRITE, CREATE_ALWAYS));
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(ReadBytes(folder.HostPath("file.txt")), "");
+    EXPECT_TRUE(Open(folder.PathW("new"), GENERIC_WRITE, CREATE_NEW));
+    EXPECT_TRUE(Open(folder.PathW("newer"), GENERIC_WRITE, CREATE_ALWAYS));
+    EXPECT_EQ(GetLastError(), 0u);
+
+    EXPECT_FALSE(Open(folder.PathW(), GENERIC_READ, OPEN_EXISTING));
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    EXPECT_FALSE(Open(path, GENERIC_READ, 9));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(CreateFileA("C:\\no such folder\\x", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr),
+              INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+}
+
+TEST(FileTest, ReadsAndWritesAtThePointer)
+{
+    const TempFolder folder;
+    const FileHandle file = Open(folder.PathW("f"), kReadWrite, CREATE_NEW);
+    ASSERT_TRUE(file);
+    DWORD done = 99;
+    EXPECT_TRUE(WriteFile(file.Get(), "0123456789", 10, &done, nullptr));
+    EXPECT_EQ(done, 10u);
+    EXPECT_EQ(SetFilePointer(file.Get(), -3, nullptr, FILE_END), 7u);
+    char buffer[8] = {};
+    EXPECT_TRUE(ReadFile(file.Get(), buffer, sizeof buffer, &done, nullptr));
+    EXPECT_EQ(std::string(buffer, done), "789");
+    EXPECT_TRUE(ReadFile(file.Get(), buffer, sizeof buffer, &done, nullptr));
+    EXPECT_EQ(done, 0u); // the end is no error
+    EXPECT_EQ(SetFilePointer(file.Get(), 2, nullptr, FILE_BEGIN), 2u);
+    EXPECT_EQ(SetFilePointer(file.Get(), 3, nullptr, FILE_CURRENT), 5u);
+    EXPECT_EQ(SetFilePointer(file.Get(), -6, nullptr, FILE_CURRENT), INVALID_SET_FILE_POINTER);
+    EXPECT_EQ(GetLastError(), ERROR_NEGATIVE_SEEK);
+    EXPECT_TRUE(WriteFile(file.Get(), "AB", 2, &done, nullptr));
+    EXPECT_TRUE(FlushFileBuffers(file.Get()));
+    LARGE_INTEGER size;
+    EXPECT_TRUE(GetFileSizeEx(file.Get(), &size));
+    EXPECT_EQ(size.QuadPart, 10);
+    LONG high = 1;
+    EXPECT_EQ(SetFilePointer(file.Get(), 5, &high, FILE_BEGIN), 5u);
+    EXPECT_EQ(high, 1);
+    EXPECT_EQ(ReadBytes(folder.HostPath("f")), "01234AB789");
+}
+
+TEST(FileTest, AccessAndHandlesAreChecked)
+{
+    const TempFolder folder;
+    WriteBytes(folder.HostPath("f"), "abc");
+    DWORD done = 0;
+    char byte = 0;
+    FileHandle file = Open(folder.PathW("f"), GENERIC_READ, OPEN_EXISTING);
+    EXPECT_FALSE(WriteFile(file.Get(), "x", 1, &done, nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    EXPECT_FALSE(FlushFileBuffers(file.Get()));
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    file = Open(folder.PathW("g"), GENERIC_WRITE, CREATE_NEW);
+    EXPECT_FALSE(ReadFile(file.Get(), &byte, 1, &done, nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    const HANDLE stale = file.Get();
+    file.Reset();
+    EXPECT_FALSE(WriteFile(stale, "x", 1, &done, nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(SetFilePointer(nullptr, 0, nullptr, FILE_BEGIN), INVALID_SET_FILE_POINTER);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST(FileTest, Attributes)
+{
+    const TempFolder folder;
+    const WString path = folder.PathW("f");
+    EXPECT_EQ(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(GetFileAttributesW(folder.PathW("no\\f").c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+    EXPECT_EQ(GetFileAttributesW(folder.PathW().c_str()) & FILE_ATTRIBUTE_DIRECTORY, FILE_ATTRIBUTE_DIRECTORY);
+    EXPECT_EQ(GetFileAttributesA(vlt::ToNarrow(folder.PathW()).c_str()) & FILE_ATTRIBUTE_DIRECTORY,
+              FILE_ATTRIBUTE_DIRECTORY);
+    WriteBytes(folder.HostPath("f"), "abc");
+    EXPECT_EQ(GetFileAttributesW(path.c_str()) & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY), 0u);
+
+    ASSERT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
+    EXPECT_EQ(GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_READONLY, FILE_ATTRIBUTE_READONLY);
+    EXPECT_TRUE(Open(path, GENERIC_READ, OPEN_EXISTING));
+#ifndef _WIN32 // Wine does not protect read-only files from root
+    for (const DWORD disposition : {OPEN_EXISTING, OPEN_ALWAYS, CREATE_ALWAYS, TRUNCATE_EXISTING}) {
+        EXPECT_FALSE(Open(path, kReadWrite, disposition)) << disposition;
+        EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED) << disposition;
+    }
+    EXPECT_FALSE(DeleteFileW(path.c_str()));
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    EXPECT_FALSE(SetFileAttributesW(path.c_str(), 0x80000000));
+    EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+#endif
+    EXPECT_EQ(ReadBytes(folder.HostPath("f")), "abc");
+    ASSERT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL));
+    EXPECT_EQ(GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
+    EXPECT_TRUE(Open(path, kReadWrite, OPEN_EXISTING));
+
+    // Made read-only, and yet its maker may write it.
+    const FileHandle made = Open(folder.PathW("r"), kReadWrite, CREATE_NEW, 0, FILE_ATTRIBUTE_READONLY);
+    DWORD done = 0;
+    EXPECT_TRUE(WriteFile(made.Get(), "x", 1, &done, nullptr));
+    EXPECT_NE(GetFileAttributesW(folder.PathW("r").c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
+    EXPECT_FALSE(SetFileAttributesW(folder.PathW("none").c_str(), FILE_ATTRIBUTE_NORMAL));
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+}
+
+#ifndef _WIN32
+// What stands in for a file must neither hold the caller up nor be read as one.
+TEST(FileTest, OnlyRegularFilesAreOpened)
+{
+    const TempFolder folder;
+    ASSERT_EQ(mkfifo(folder.HostPath("pipe").c_str(), 0666), 0);
+    for (const DWORD access : {GENERIC_READ, GENERIC_WRITE, kReadWrite}) {
+        EXPECT_FALSE(Open(folder.PathW("pipe"), access, OPEN_EXISTING));
+        EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    }
+    EXPECT_TRUE(DeleteFileW(folder.PathW("pipe").c_str()));
+    ASSERT_EQ(symlink("nowhere", folder.HostPath("link").c_str()), 0);
+    EXPECT_FALSE(Open(folder.PathW("link"), GENERIC_WRITE, CREATE_ALWAYS));
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    EXPECT_NE(GetFileAttributesW(folder.PathW("link").c_str()) & FILE_ATTRIBUTE_REPARSE_POINT, 0u);
+    EXPECT_TRUE(DeleteFileW(folder.PathW("link").c_str()));
+}
+
+TEST(FileTest, WhatIsOutsideTheSubsetIsRefused)
+{
+    const TempFolder folder;
+    SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+    const WString path = folder.PathW("f");
+    EXPECT_FALSE(Open(path, 0x10000000, CREATE_NEW));
+    EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+    EXPECT_FALSE(Open(path, GENERIC_WRITE, CREATE_NEW, 0, 0x40000000));
+    EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+    EXPECT_EQ(CreateFileW(path.c_str(), GENERIC_WRITE, 0, &inherit, CREATE_NEW, 0, nullptr), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+    EXPECT_EQ(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
+}
+
+// A record is in the file whole or not at all, also when the disk is full.
+TEST(FileTest, FullDiskLeavesNoPartOfARecord)
+{
+    const TempFolder folder;
+    // A mount of our own, gone with the process whatever happens.
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("none", folder.HostPath().c_str(), "tmpfs", 0, "size=64k") != 0)
+        GTEST_SKIP() << "needs the right to mount";
+    {
+        FileHandle file = Open(folder.PathW("log"), GENERIC_WRITE, CREATE_NEW);
+        const std::string record(48 * 1024, 'r');
+        DWORD done = 0;
+        EXPECT_TRUE(WriteFile(file.Get(), record.data(), static_cast<DWORD>(record.size()), &done, nullptr));
+        EXPECT_FALSE(WriteFile(file.Get(), record.data(), static_cast<DWORD>(record.size()), &done, nullptr));
+        EXPECT_EQ(GetLastError(), ERROR_DISK_FULL);
+        EXPECT_EQ(done, 0u);
+        EXPECT_EQ(ReadBytes(folder.HostPath("log")).size(), record.size());
+        EXPECT_TRUE(WriteFile(file.Get(), "end", 3, &done, nullptr));
+        EXPECT_EQ(ReadBytes(folder.HostPath("log")), record + "end");
+        file.Reset();
+        EXPECT_FALSE(CopyFileW(folder.PathW("log").c_str(), folder.PathW("copy").c_str(), FALSE));
+        EXPECT_EQ(GetLastError(), ERROR_DISK_FULL);
+        EXPECT_EQ(GetFileAttributesW(folder.PathW("copy").c_str()), INVALID_FILE_ATTRIBUTES);
+    }
+    umount(folder.HostPath().c_str());
+}
+#endif
+
+} // namespace

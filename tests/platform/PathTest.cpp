@@ -1,0 +1,194 @@
+// What a path text means: slashes, case, drives, the current directory, long and hostile names.
+#include "platform/Text.h"
+#include "platform/Unique.h"
+#include "tests/support/Support.h"
+
+#include <gtest/gtest.h>
+
+#ifndef _WIN32
+#include "platform/posix/core/MachineRoot.h"
+#include "platform/posix/file/Path.h"
+#include <filesystem>
+#endif
+
+namespace
+{
+
+using vlt::test::ReadBytes;
+using vlt::test::TempFolder;
+using vlt::test::WriteBytes;
+
+bool Exists(const WString& path)
+{
+    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+WString FullPath(const WString& path)
+{
+    WCHAR buffer[MAX_PATH] = {};
+    GetFullPathNameW(path.c_str(), MAX_PATH, buffer, nullptr);
+    return buffer;
+}
+
+class PathTest : public testing::Test
+{
+protected:
+    PathTest()
+    {
+        WCHAR buffer[MAX_PATH] = {};
+        GetCurrentDirectoryW(MAX_PATH, buffer);
+        m_before = buffer;
+        WriteBytes(m_folder.HostPath("File.TXT"), "here");
+    }
+    ~PathTest() override { SetCurrentDirectoryW(m_before.c_str()); }
+
+    TempFolder m_folder;
+    WString m_before;
+};
+
+TEST_F(PathTest, FormsOfOnePath)
+{
+    const WString folder = m_folder.PathW();
+    WString slashes = folder;
+    for (WCHAR& c : slashes)
+        c = c == TEXT('\\') ? TEXT('/') : c;
+    for (const WString& path : {folder + TEXT("\\File.TXT"), folder + TEXT("\\\\file.txt"), slashes + TEXT("/FILE.txt"),
+                                folder + TEXT("\\x\\..\\File.TXT"), folder + TEXT("\\.\\file.txt"),
+                                TEXT("\\\\?\\") + folder + TEXT("\\File.TXT")})
+        EXPECT_TRUE(Exists(path)) << vlt::ToNarrow(path);
+    EXPECT_FALSE(Exists(folder + TEXT("\\File.TX")));
+    EXPECT_FALSE(Exists(TEXT("")));
+    EXPECT_FALSE(Exists(TEXT("Q:\\x")));
+    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+}
+
+TEST_F(PathTest, NamesKeepTheCaseTheyWereMadeWith)
+{
+    ASSERT_TRUE(CreateDirectoryW(m_folder.PathW("MixedCase").c_str(), nullptr));
+    WriteBytes(m_folder.HostPath("MixedCase/Inner.Dat"), "x");
+    const vlt::FileHandle file(CreateFileW(m_folder.PathW("MIXEDCASE\\inner.dat").c_str(), GENERIC_WRITE, 0, nullptr,
+                                           CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    ASSERT_TRUE(file);
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    WIN32_FIND_DATAW data;
+    const vlt::FindHandle find(FindFirstFileW(m_folder.PathW("mixedcase\\INNER.*").c_str(), &data));
+    ASSERT_TRUE(find);
+    EXPECT_EQ(WString(data.cFileName), TEXT("Inner.Dat"));
+}
+
+TEST_F(PathTest, CurrentDirectory)
+{
+    ASSERT_TRUE(SetCurrentDirectoryW(m_folder.PathW().c_str()));
+    WCHAR buffer[MAX_PATH] = {};
+    EXPECT_EQ(GetCurrentDirectoryW(MAX_PATH, buffer), m_folder.PathW().size());
+    EXPECT_EQ(lstrcmpiW(buffer, m_folder.PathW().c_str()), 0);
+    EXPECT_EQ(GetCurrentDirectoryW(2, buffer), m_folder.PathW().size() + 1);
+    EXPECT_TRUE(Exists(TEXT("file.txt")));
+    EXPECT_TRUE(Exists(TEXT("C:file.txt")));
+    EXPECT_EQ(lstrcmpiW(FullPath(TEXT("a\\..\\b")).c_str(), (m_folder.PathW() + TEXT("\\b")).c_str()), 0);
+    EXPECT_TRUE(MoveFileW(TEXT("File.TXT"), TEXT("moved")));
+    EXPECT_TRUE(Exists(m_folder.PathW("moved")));
+    EXPECT_FALSE(SetCurrentDirectoryW(m_folder.PathW("none").c_str()));
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_FALSE(SetCurrentDirectoryW(m_folder.PathW("moved").c_str()));
+    EXPECT_EQ(GetLastError(), ERROR_DIRECTORY);
+}
+
+TEST_F(PathTest, FullNames)
+{
+    EXPECT_EQ(FullPath(TEXT("C:/a//b/../c")), TEXT("C:\\a\\c"));
+    EXPECT_EQ(FullPath(TEXT("C:\\a\\")), TEXT("C:\\a\\"));
+    EXPECT_EQ(FullPath(TEXT("C:\\..\\..")), TEXT("C:\\"));
+    WCHAR buffer[MAX_PATH];
+    LPWSTR part = nullptr;
+    EXPECT_EQ(GetFullPathNameW(TEXT("C:\\dir\\name.ext"), MAX_PATH, buffer, &part), 15u);
+    EXPECT_EQ(WString(part), TEXT("name.ext"));
+    EXPECT_EQ(GetFullPathNameW(TEXT("C:\\dir\\"), MAX_PATH, buffer, &part), 7u);
+    EXPECT_EQ(part, nullptr);
+    EXPECT_EQ(GetFullPathNameW(TEXT("C:\\dir"), 6, buffer, nullptr), 7u);
+}
+
+TEST_F(PathTest, ShortNamesOnlyOfWhatExists)
+{
+    WCHAR buffer[MAX_PATH] = {};
+    EXPECT_NE(GetShortPathNameW(m_folder.PathW("File.TXT").c_str(), buffer, MAX_PATH), 0u);
+    EXPECT_TRUE(Exists(buffer));
+    EXPECT_EQ(GetShortPathNameW(m_folder.PathW("none").c_str(), buffer, MAX_PATH), 0u);
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(GetShortPathNameW(m_folder.PathW("no\\f").c_str(), buffer, MAX_PATH), 0u);
+    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+    EXPECT_GT(GetShortPathNameW(m_folder.PathW("File.TXT").c_str(), buffer, 2), 2u);
+}
+
+TEST_F(PathTest, Drives)
+{
+    EXPECT_EQ(GetDriveTypeA("C:\\"), DRIVE_FIXED);
+    EXPECT_EQ(GetDriveTypeW(TEXT("C:\\")), DRIVE_FIXED);
+    EXPECT_EQ(GetDriveTypeA("Q:\\"), DRIVE_NO_ROOT_DIR);
+}
+
+#ifndef _WIN32
+using namespace vlt::posix;
+
+TEST_F(PathTest, MapsToTheHostAndBack)
+{
+    EXPECT_EQ(HostPathFromWindows(u"Z:\\"), "/");
+    EXPECT_EQ(HostPathFromWindows(u"z:/etc/passwd"), "/etc/passwd");
+    EXPECT_EQ(HostPathFromWindows(u"C:\\"), MachineFolder("drives") + "/c");
+    EXPECT_EQ(WindowsPathFromHost("/etc//passwd"), u"Z:\\etc\\passwd");
+    EXPECT_EQ(WindowsPathFromHost(m_folder.HostPath("File.TXT").string()), m_folder.PathW("File.TXT"));
+    EXPECT_EQ(
+        WindowsPathFromHost(MachineFolder("drives") + "/cc"), u"Z:" + [] {
+            std::u16string text = vlt::ToWide(MachineFolder("drives") + "/cc");
+            for (char16_t& c : text)
+                c = c == u'/' ? u'\\' : c;
+            return text;
+        }());
+    for (const char16_t* path : {u"\\\\server\\share\\f", u"\\\\.\\pipe\\x", u"\\\\?\\UNC\\s\\x"})
+        EXPECT_EQ(HostPathFromWindows(path), "");
+    EXPECT_EQ(GetDriveTypeW(u"Z:\\"), DRIVE_FIXED);
+}
+
+// A name that the product cannot express is a name that malware would choose.
+TEST_F(PathTest, HostileNamesMakeTheRoundTrip)
+{
+    for (const std::string name : {"back\\slash", "\xFF\xFEnot text", "\xED\xB1\x9C", "line\nbreak", "dot.", "blank ",
+                                   "a:b", "star*?", "\xED\xA0\x80\xED\xB0\x80", "\\"}) {
+        const std::filesystem::path host = m_folder.HostPath() / name;
+        WriteBytes(host, name);
+        const std::u16string path = WindowsPathFromHost(host.string());
+        EXPECT_EQ(HostPathFromWindows(path), host.string());
+        EXPECT_TRUE(Exists(path)) << name;
+        EXPECT_TRUE(MoveFileW(path.c_str(), m_folder.PathW("caught").c_str())) << name;
+        EXPECT_EQ(ReadBytes(m_folder.HostPath("caught")), name);
+        EXPECT_TRUE(DeleteFileW(m_folder.PathW("caught").c_str()));
+    }
+    EXPECT_EQ(CreateFileW(m_folder.PathW("a|b").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr),
+              INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_NAME);
+}
+
+TEST_F(PathTest, ExactNameWinsOverOneThatDiffersInCase)
+{
+    WriteBytes(m_folder.HostPath("file.txt"), "lower");
+    EXPECT_EQ(HostPathFromWindows(m_folder.PathW("file.txt")), m_folder.HostPath("file.txt").string());
+    EXPECT_EQ(HostPathFromWindows(m_folder.PathW("File.TXT")), m_folder.HostPath("File.TXT").string());
+}
+
+TEST_F(PathTest, LongPaths)
+{
+    const std::u16string longName(200, u'n');
+    const std::u16string path = m_folder.PathW() + u"\\" + longName + u"\\" + longName;
+    EXPECT_FALSE(CreateDirectoryW(path.c_str(), nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_FILENAME_EXCED_RANGE);
+    EXPECT_FALSE(SetCurrentDirectoryW(path.c_str()));
+    EXPECT_EQ(GetLastError(), ERROR_FILENAME_EXCED_RANGE);
+    EXPECT_EQ(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+    const std::u16string prefixed = u"\\\\?\\" + m_folder.PathW() + u"\\" + longName;
+    EXPECT_TRUE(CreateDirectoryW(prefixed.c_str(), nullptr));
+    EXPECT_TRUE(CreateDirectoryW((prefixed + u"\\" + longName).c_str(), nullptr));
+}
+#endif
+
+} // namespace
