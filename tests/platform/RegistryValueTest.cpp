@@ -47,7 +47,8 @@ VLT_CHILD(registryWriter)
 TEST_F(RegistryValues, KeepTheirTypeAndExactlyTheirBytes)
 {
     std::string data;
-    for (const std::size_t size : {0, 1, 3, 4, 8, 255, 4000, 4030, 4040, 4050, 4060, 4096, 5000, 300000, 7, 4097, 2}) {
+    for (const std::size_t size :
+         {0u, 1u, 3u, 4u, 8u, 255u, 4000u, 4030u, 4040u, 4050u, 4060u, 4096u, 5000u, 300000u, 7u, 4097u, 2u}) {
         data.resize(size);
         for (std::size_t i = 0; i < size; ++i)
             data[i] = static_cast<char>(i * 31 + size);
@@ -98,7 +99,7 @@ TEST_F(RegistryValues, QueriesFollowTheSizeRules)
 
 TEST_F(RegistryValues, NamesIgnoreCaseAndKeepTheFirst)
 {
-    for (const std::size_t size : {10, 6000, 6001, 20}) {
+    for (const std::size_t size : {10u, 6000u, 6001u, 20u}) {
         EXPECT_EQ(ERROR_SUCCESS, Set(Key(), TEXT("MixedCase"), std::string(size, 'x')));
         EXPECT_EQ(ERROR_SUCCESS, Set(Key(), TEXT("MIXEDcase"), std::string(size, 'y')));
         EXPECT_EQ(std::string(size, 'y'), Get(Key(), TEXT("mixedcase")));

@@ -150,5 +150,7 @@ LSTATUS RegNotifyChangeKeyValue(HKEY key, BOOL subtree, DWORD filter, HANDLE eve
     if (IsDeleted(from.Folder()))
         return ERROR_KEY_DELETED;
     const std::shared_ptr<RegistryWatch> watch = from.Object()->Watch();
-    return watch ? watch->Arm(event) : StatusInKey(from.Folder(), errno);
+    if (watch)
+        return watch->Arm(event);
+    return errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_NOT_ENOUGH_MEMORY; // too many watches, most likely
 }

@@ -189,9 +189,12 @@ DWORD ServiceFolder::Create(const ServiceConfig& config, ServiceFolder& folder)
     const std::string unique = UniqueName();
     if (mkdirat(ServicesFolder(), unique.c_str(), 0755) != 0)
         return ErrorFromHost();
-    const Fd made(openat(ServicesFolder(), unique.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (made && WriteFile(made.Get(), "config", text) && WriteFile(made.Get(), "process", "") &&
-        WriteFile(made.Get(), "start", "") &&
+    ServiceFolder made;
+    made.m_folder = Fd(openat(ServicesFolder(), unique.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    // With all its files in place a service can run on a full disk.
+    const SERVICE_STATUS never{config.type, SERVICE_STOPPED, 0, ERROR_SERVICE_NEVER_STARTED, 0, 0, 0};
+    if (made.m_folder && WriteFile(made.Get(), "config", text) && WriteFile(made.Get(), "process", "") &&
+        WriteFile(made.Get(), "start", "") && made.WriteStatus(never) == ERROR_SUCCESS &&
         renameat2(ServicesFolder(), unique.c_str(), ServicesFolder(), FolderName(config.name).c_str(),
                   RENAME_NOREPLACE) == 0)
         return Open(config.name, folder);
