@@ -1,0 +1,99 @@
+#include "suite/ArdScan/Policy.h"
+
+#include "platform/Text.h"
+#include "suite/ArdScan/HostPath.h"
+
+#include <algorithm>
+
+namespace vlt::scan
+{
+namespace
+{
+
+constexpr WCHAR DefaultList[] =
+    TEXT(";BAT;BIN;CAB;CHM;CLA;CMD;COM;CPL;CSC;DLL;DOC;DOCM;DOCX;DOT;DRV;EML;EXE;HLP;HTA;HTM;HTML;INF;JAR;JS;JSE;LNK;")
+    TEXT("MDB;MPP;MSG;MSI;MSO;OCX;PDF;PHP;PIF;PL;POT;PPS;PPT;PPTX;PRC;PS1;PY;RAR;REG;RTF;SCR;SH;SHS;SO;SWF;SYS;VBE;VBS;")
+    TEXT("VSD;VXD;WBS;WML;WSF;WSH;XLA;XLS;XLSM;XLSX;XLT;XML;ZIP");
+
+bool IsSeparator(WCHAR unit)
+{
+    return unit == '.' || unit == ';' || unit == ',' || unit == ' ' || unit == '"' || unit == '\t';
+}
+
+WStringView ExtensionOf(WStringView path)
+{
+    const auto name = path.find_last_of(TEXT("\\/"));
+    if (name != WStringView::npos)
+        path.remove_prefix(name + 1);
+    const auto dot = path.find_last_of(WCHAR('.'));
+    return dot == WStringView::npos ? WStringView() : path.substr(dot + 1);
+}
+
+} // namespace
+
+WStringView DefaultExtensions() { return DefaultList; }
+
+CExtensionList::CExtensionList(WStringView list)
+{
+    for (std::size_t i = 0; i < list.size();) {
+        if (IsSeparator(list[i])) {
+            ++i;
+            continue;
+        }
+        const std::size_t begin = i;
+        while (i < list.size() && !IsSeparator(list[i]))
+            ++i;
+        const WStringView token = list.substr(begin, i - begin);
+        if (token == TEXT("*"))
+            m_all = true;
+        else if (token != TEXT("{*") && token != TEXT("{*}"))
+            m_extensions.push_back(FoldPath(token));
+    }
+    std::sort(m_extensions.begin(), m_extensions.end());
+}
+
+bool CExtensionList::Contains(WStringView path) const
+{
+    return m_all || (!m_extensions.empty() &&
+                     std::binary_search(m_extensions.begin(), m_extensions.end(), FoldPath(ExtensionOf(path))));
+}
+
+void CExceptionList::AddFile(WStringView path)
+{
+    if (WString folded = FoldPath(path); !folded.empty())
+        m_files.push_back(std::move(folded));
+}
+
+void CExceptionList::AddFolder(WStringView path)
+{
+    if (WString folded = FoldPath(path); !folded.empty())
+        m_folders.push_back(folded + WCHAR('\\'));
+}
+
+bool CExceptionList::Contains(WStringView path) const
+{
+    if (Empty())
+        return false;
+    const WString folded = FoldPath(path);
+    return std::find(m_files.begin(), m_files.end(), folded) != m_files.end() ||
+           std::any_of(m_folders.begin(), m_folders.end(),
+                       [&](const WString& folder) { return folded.starts_with(folder); });
+}
+
+Policy Policy::FromRecord(const AsConfigRecord& record)
+{
+    Policy policy;
+    policy.firstAction = record.firstAction;
+    policy.secondAction = record.secondAction;
+    policy.directionMask = record.directionMask;
+    if (record.extractSizeLimit != 0xFFFFFFFFu)
+        policy.sizeLimit = record.extractSizeLimit;
+    policy.network = record.monitorNetwork != 0;
+    policy.filter = {record.spywareMask, record.packTrap != 0};
+    policy.extensions = CExtensionList(FieldText(record.extensionList));
+    policy.callbacks = {record.lastScanCallback, record.lastScanContext, record.detectionCallback,
+                        record.detectionContext, record.spywareCallback, record.spywareContext};
+    return policy;
+}
+
+} // namespace vlt::scan

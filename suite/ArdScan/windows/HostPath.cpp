@@ -1,0 +1,29 @@
+#include "suite/ArdScan/HostPath.h"
+
+namespace vlt::scan
+{
+
+HostPath ToHost(WStringView path) { return HostPath(path); }
+
+HostPath ToHostUtf8(std::string_view path)
+{
+    WString wide(path.size(), WCHAR());
+    const int length = MultiByteToWideChar(CP_UTF8, 0, path.data(), static_cast<int>(path.size()), wide.data(),
+                                           static_cast<int>(wide.size()));
+    wide.resize(static_cast<std::size_t>(length));
+    return HostPath(wide);
+}
+
+WString ToWindows(const HostPath& path) { return path.native(); }
+
+std::string ToUtf8(const HostPath& path)
+{
+    const std::wstring& wide = path.native();
+    std::string text(wide.size() * 3, '\0');
+    const int length = WideCharToMultiByte(CP_UTF8, 0, wide.data(), static_cast<int>(wide.size()), text.data(),
+                                           static_cast<int>(text.size()), nullptr, nullptr);
+    text.resize(static_cast<std::size_t>(length));
+    return text;
+}
+
+} // namespace vlt::scan
