@@ -50,7 +50,10 @@ struct Node {
 
 } // namespace
 
-CMatcher::CMatcher(std::vector<const BytePattern*> patterns) : m_patterns(std::move(patterns)) { Build(); }
+CMatcher::CMatcher(std::vector<const BytePattern*> patterns) : m_patterns(std::move(patterns))
+{
+    Build();
+}
 
 bool CMatcher::Matches(const BytePattern& pattern, std::span<const std::uint8_t> window, std::size_t start) const
 {
@@ -101,8 +104,8 @@ void CMatcher::Build()
             order.push_back(target);
     }
     const auto states = static_cast<std::uint32_t>(trie.size());
-    m_denseStates =
-        static_cast<std::uint32_t>(std::clamp<std::size_t>(DenseBytes / (m_classes * sizeof(std::uint32_t)), 1, states));
+    m_denseStates = static_cast<std::uint32_t>(
+        std::clamp<std::size_t>(DenseBytes / (m_classes * sizeof(std::uint32_t)), 1, states));
     m_dense.assign(static_cast<std::size_t>(m_denseStates) * m_classes, 0);
     m_suffix.assign(states, 0);
     m_deep.reserve(states - m_denseStates + 1);
@@ -128,9 +131,7 @@ void CMatcher::Build()
             m_anchors.push_back({pattern, offset});
         for (const auto& [symbol, target] : node.edges)
             fail[number[target]] = s == 0 ? 0 : step(fail[s], symbol);
-        m_suffix[s] = s == 0                              ? 0
-                      : !trie[order[fail[s]]].anchors.empty() ? fail[s]
-                                                              : m_suffix[fail[s]];
+        m_suffix[s] = s == 0 ? 0 : !trie[order[fail[s]]].anchors.empty() ? fail[s] : m_suffix[fail[s]];
         hasOutput[s] = !node.anchors.empty() || m_suffix[s] != 0;
     }
     m_outputs.push_back(static_cast<std::uint32_t>(m_anchors.size()));

@@ -64,8 +64,8 @@ private:
     std::size_t m_maxLength = 0;
     std::array<std::uint8_t, 256> m_class{};
     std::size_t m_classes = 1;
-    std::bitset<65536> m_pairs;           // pairs of bytes that begin an anchor
-    std::vector<std::uint32_t> m_dense;   // m_denseStates rows of m_classes targets
+    std::bitset<65536> m_pairs;         // pairs of bytes that begin an anchor
+    std::vector<std::uint32_t> m_dense; // m_denseStates rows of m_classes targets
     std::uint32_t m_denseStates = 0;
     std::vector<Deep> m_deep;             // the other states, and one past the end
     std::vector<Edge> m_edges;            // of the deep states, in the order of their symbols

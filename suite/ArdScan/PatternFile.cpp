@@ -96,7 +96,10 @@ std::size_t LongestRun(std::span<const std::uint8_t> mask)
     return longest;
 }
 
-std::string Text(std::span<const std::uint8_t> bytes) { return {bytes.begin(), bytes.end()}; }
+std::string Text(std::span<const std::uint8_t> bytes)
+{
+    return {bytes.begin(), bytes.end()};
+}
 
 bool ReadPattern(Reader& reader, BytePattern& pattern)
 {
@@ -135,7 +138,10 @@ bool IsValid(const BytePattern& pattern)
            LongestRun(pattern.mask) >= MinLiteralRun;
 }
 
-bool IsValid(const HashPattern& pattern) { return IsValidSignature(pattern); }
+bool IsValid(const HashPattern& pattern)
+{
+    return IsValidSignature(pattern);
+}
 
 std::uint32_t PatternChecksum(std::span<const std::uint8_t> bytes)
 {

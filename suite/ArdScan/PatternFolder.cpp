@@ -36,7 +36,10 @@ std::vector<std::uint8_t> ReadBytes(const fs::path& path, std::size_t limit)
     return bytes;
 }
 
-char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
+char Lower(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+}
 
 // The name in lower case when it is the stem, a dot and three digits; names of other code pages are not.
 std::string PatternName(const fs::path& path, std::string_view stem)

@@ -10,10 +10,11 @@ namespace vlt::scan
 namespace
 {
 
-constexpr WCHAR DefaultList[] =
-    TEXT(";BAT;BIN;CAB;CHM;CLA;CMD;COM;CPL;CSC;DLL;DOC;DOCM;DOCX;DOT;DRV;EML;EXE;HLP;HTA;HTM;HTML;INF;JAR;JS;JSE;LNK;")
-    TEXT("MDB;MPP;MSG;MSI;MSO;OCX;PDF;PHP;PIF;PL;POT;PPS;PPT;PPTX;PRC;PS1;PY;RAR;REG;RTF;SCR;SH;SHS;SO;SWF;SYS;VBE;VBS;")
-    TEXT("VSD;VXD;WBS;WML;WSF;WSH;XLA;XLS;XLSM;XLSX;XLT;XML;ZIP");
+constexpr WCHAR DefaultList[] = TEXT(
+    ";BAT;BIN;CAB;CHM;CLA;CMD;COM;CPL;CSC;DLL;DOC;DOCM;DOCX;DOT;DRV;EML;EXE;HLP;HTA;HTM;HTML;INF;JAR;JS;JSE;LNK;")
+    TEXT(
+        "MDB;MPP;MSG;MSI;MSO;OCX;PDF;PHP;PIF;PL;POT;PPS;PPT;PPTX;PRC;PS1;PY;RAR;REG;RTF;SCR;SH;SHS;SO;SWF;SYS;VBE;VBS;")
+        TEXT("VSD;VXD;WBS;WML;WSF;WSH;XLA;XLS;XLSM;XLSX;XLT;XML;ZIP");
 
 bool IsSeparator(WCHAR unit)
 {
@@ -31,7 +32,10 @@ WStringView ExtensionOf(WStringView path)
 
 } // namespace
 
-WStringView DefaultExtensions() { return DefaultList; }
+WStringView DefaultExtensions()
+{
+    return DefaultList;
+}
 
 CExtensionList::CExtensionList(WStringView list)
 {

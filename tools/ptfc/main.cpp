@@ -26,8 +26,9 @@ int main(int argc, char** argv)
     }
     const auto bytes = WritePatternFile(*file);
     std::ofstream output(argv[2], std::ios::binary);
-    if (!bytes || !output.write(reinterpret_cast<const char*>(bytes->data()),
-                                static_cast<std::streamsize>(bytes->size())).flush()) {
+    if (!bytes ||
+        !output.write(reinterpret_cast<const char*>(bytes->data()), static_cast<std::streamsize>(bytes->size()))
+             .flush()) {
         std::fprintf(stderr, "%s: cannot be written\n", argv[2]);
         return 1;
     }

@@ -18,8 +18,11 @@ std::size_t SequenceLength(std::string_view text, char32_t& code)
 {
     const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char lead = byte(0);
-    const std::size_t length = lead < 0x80 ? 1 : lead >= 0xC2 && lead < 0xE0 ? 2 : lead >= 0xE0 && lead < 0xF0 ? 3
-                               : lead >= 0xF0 && lead < 0xF5 ? 4 : 0;
+    const std::size_t length = lead < 0x80                   ? 1
+                               : lead >= 0xC2 && lead < 0xE0 ? 2
+                               : lead >= 0xE0 && lead < 0xF0 ? 3
+                               : lead >= 0xF0 && lead < 0xF5 ? 4
+                                                             : 0;
     if (length == 0 || length > text.size())
         return 0;
     code = length == 1 ? lead : lead & (0x7Fu >> length);
@@ -154,7 +157,10 @@ HostPath ToHost(WStringView path)
     return result;
 }
 
-HostPath ToHostUtf8(std::string_view path) { return ToHost(Widen(path)); }
+HostPath ToHostUtf8(std::string_view path)
+{
+    return ToHost(Widen(path));
+}
 
 WString ToWindows(const HostPath& path)
 {
@@ -170,6 +176,9 @@ WString ToWindows(const HostPath& path)
     return (onC ? u"C:" : u"Z:") + result;
 }
 
-std::string ToUtf8(const HostPath& path) { return path.native(); }
+std::string ToUtf8(const HostPath& path)
+{
+    return path.native();
+}
 
 } // namespace vlt::scan

@@ -22,8 +22,8 @@ CSha256::~CSha256() = default;
 
 void CSha256::Begin()
 {
-    m_impl->ok = m_impl->context && m_impl->algorithm &&
-                 EVP_DigestInit_ex2(m_impl->context, m_impl->algorithm, nullptr) == 1;
+    m_impl->ok =
+        m_impl->context && m_impl->algorithm && EVP_DigestInit_ex2(m_impl->context, m_impl->algorithm, nullptr) == 1;
 }
 
 void CSha256::Add(std::span<const std::uint8_t> bytes)

@@ -3,7 +3,10 @@
 namespace vlt::scan
 {
 
-HostPath ToHost(WStringView path) { return HostPath(path); }
+HostPath ToHost(WStringView path)
+{
+    return HostPath(path);
+}
 
 HostPath ToHostUtf8(std::string_view path)
 {
@@ -14,7 +17,10 @@ HostPath ToHostUtf8(std::string_view path)
     return HostPath(wide);
 }
 
-WString ToWindows(const HostPath& path) { return path.native(); }
+WString ToWindows(const HostPath& path)
+{
+    return path.native();
+}
 
 std::string ToUtf8(const HostPath& path)
 {

@@ -37,8 +37,8 @@ CSha256::~CSha256() = default;
 void CSha256::Begin()
 {
     m_impl->EndHash();
-    m_impl->ok = m_impl->algorithm &&
-                 BCryptCreateHash(m_impl->algorithm, &m_impl->hash, nullptr, 0, nullptr, 0, 0) == 0;
+    m_impl->ok =
+        m_impl->algorithm && BCryptCreateHash(m_impl->algorithm, &m_impl->hash, nullptr, 0, nullptr, 0, 0) == 0;
 }
 
 void CSha256::Add(std::span<const std::uint8_t> bytes)
