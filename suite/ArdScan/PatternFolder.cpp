@@ -44,8 +44,9 @@ char Lower(char c)
 // The name in lower case when it is the stem, a dot and three digits; names of other code pages are not.
 std::string PatternName(const fs::path& path, std::string_view stem)
 {
+    const fs::path last = path.filename();
     std::string name;
-    for (const auto unit : path.filename().native()) {
+    for (const auto unit : last.native()) {
         if (unit < 0x20 || unit > 0x7E)
             return {};
         name += Lower(static_cast<char>(unit));
