@@ -21,6 +21,9 @@ WString ToWindows(const HostPath& path);
 
 std::string ToUtf8(const HostPath& path);
 
+// One unit without case, as the host's file names are compared.
+WCHAR FoldUnit(WCHAR unit);
+
 // For comparing paths that the product gives: without case, with single backslashes, none at the end.
 WString FoldPath(WStringView path);
 

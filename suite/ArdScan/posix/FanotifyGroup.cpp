@@ -131,7 +131,7 @@ bool CFanotifyGroup::ReadEvent(Event& event)
 
 void CFanotifyGroup::Respond(int file, bool allow)
 {
-    const fanotify_response response{file, allow ? FAN_ALLOW : FAN_DENY};
+    const fanotify_response response{file, static_cast<std::uint32_t>(allow ? FAN_ALLOW : FAN_DENY)};
     ssize_t written;
     do
         written = write(m_fan.Get(), &response, sizeof(response));

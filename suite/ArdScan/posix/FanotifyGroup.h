@@ -10,20 +10,24 @@
 // itself: it answers for this process and the excluded ones at once and queues the rest.
 #pragma once
 
+#include "platform/posix/core/Fd.h"
 #include "suite/ArdScan/Ini.h"
-#include "suite/ArdScan/posix/Fd.h"
 #include "suite/ArdScan/ScanContext.h"
 
 #include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <ctime>
 #include <string>
+#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
 namespace vlt::scan
 {
+
+using posix::Fd;
 
 class CFanotifyGroup
 {
@@ -75,7 +79,7 @@ private:
     void PassLead(bool& lead);
     void Handle(Worker& worker, const Event& event);
     bool AnswersAtOnce(Worker& worker, const Event& event);
-    void KeepVerdict(int file, const struct stat& before, const struct timespec& seen);
+    void KeepVerdict(int file, const struct stat& before, const timespec& seen);
 
     void Begin(Slot& slot, const Event& event);
     bool Refuse(Slot& slot);
@@ -92,8 +96,8 @@ private:
     const bool m_lateAllow;
     const std::uint64_t m_permissions;
     const std::uint32_t m_ownProcess;
-    int m_error = 0;
     Fd m_fan;
+    int m_error;
     Fd m_stopEvent; // readable from the moment that the threads are to end
     Fd m_wakeEvent; // for the watchdog
     std::atomic<bool> m_stopping{false};

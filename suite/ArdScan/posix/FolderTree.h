@@ -2,7 +2,7 @@
 // in later, and their new names.
 #pragma once
 
-#include "suite/ArdScan/posix/Fd.h"
+#include "platform/posix/core/Fd.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -15,6 +15,8 @@
 
 namespace vlt::scan
 {
+
+using posix::Fd;
 
 // Called on the thread of the tree, but for the folders found by its constructor.
 class IFolderSink

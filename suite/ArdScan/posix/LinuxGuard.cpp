@@ -34,7 +34,7 @@ std::uint64_t Permissions(const Policy& policy)
            (policy.Wants(AS_DIRECTION_EXECUTE) ? FAN_OPEN_EXEC_PERM : 0u);
 }
 
-class CLinuxGuard final : public CGuard, private IFolderSink
+class CLinuxGuard final : public CGuard, public IFolderSink
 {
 public:
     CLinuxGuard(CScanContext& context, const EngineSettings& settings);

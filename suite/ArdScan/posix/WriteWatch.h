@@ -3,8 +3,8 @@
 // keeps for such a file, which a write through a mapping does not.
 #pragma once
 
+#include "platform/posix/core/Fd.h"
 #include "suite/ArdScan/Ini.h"
-#include "suite/ArdScan/posix/Fd.h"
 #include "suite/ArdScan/ScanContext.h"
 
 #include <functional>
@@ -12,6 +12,8 @@
 
 namespace vlt::scan
 {
+
+using posix::Fd;
 
 class CWriteWatch
 {

@@ -32,4 +32,10 @@ std::string ToUtf8(const HostPath& path)
     return text;
 }
 
+WCHAR FoldUnit(WCHAR unit)
+{
+    // With a single unit in the low word the function returns that unit folded.
+    return static_cast<WCHAR>(reinterpret_cast<ULONG_PTR>(CharLowerW(reinterpret_cast<LPWSTR>(ULONG_PTR{unit}))));
+}
+
 } // namespace vlt::scan
