@@ -151,7 +151,7 @@ TEST(Process, WhatCannotBeStartedSaysWhy)
 
 TEST(Process, TerminationGivesItsCodeToEveryHandle)
 {
-    for (const DWORD flags : {DWORD{0}, CREATE_NO_WINDOW, DETACHED_PROCESS}) {
+    for (const DWORD flags : {DWORD{0}, DWORD{CREATE_NO_WINDOW}, DWORD{DETACHED_PROCESS}}) {
         const Started started = Start(nullptr, BodyCommand(Quoted(OwnPath()), "stay"), flags);
         ASSERT_TRUE(started.process) << started.error;
         const KernelHandle second(
