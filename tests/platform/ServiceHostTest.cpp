@@ -32,7 +32,7 @@ void Handle(DWORD control)
     SetEvent(g_stop);
 }
 
-// Asks for its own end before it can accept one.
+// Asks for its own end before it has a handler; the handler gets it while the service still starts.
 void Main(DWORD, LPWSTR* argv)
 {
     g_stop = CreateEventW(nullptr, FALSE, FALSE, nullptr);
@@ -41,13 +41,12 @@ void Main(DWORD, LPWSTR* argv)
     kill(getpid(), SIGTERM);
     g_handle = RegisterServiceCtrlHandlerW(argv[0], &Handle);
     Report(g_handle, SERVICE_START_PENDING, 5000);
-    wrong += WaitForSingleObject(g_stop, 100) != WAIT_TIMEOUT;
+    wrong += WaitForSingleObject(g_stop, 20000) != WAIT_OBJECT_0;
     wrong += Report(nullptr, SERVICE_RUNNING) != ERROR_INVALID_HANDLE;
     wrong += Report(g_handle, 0) != ERROR_INVALID_DATA;
     wrong += Report(g_handle, 8) != ERROR_INVALID_DATA;
     wrong += SetServiceStatus(g_handle, nullptr) != FALSE;
     Report(g_handle, SERVICE_RUNNING);
-    wrong += WaitForSingleObject(g_stop, 20000) != WAIT_OBJECT_0;
     Report(g_handle, SERVICE_STOP_PENDING, 6000);
     Report(g_handle, SERVICE_STOPPED, 0, wrong * 100 + g_control);
 }

@@ -255,7 +255,7 @@ void Dispatcher::DeliverPending()
     LPHANDLER_FUNCTION handler = nullptr;
     {
         const std::lock_guard guard(m_lock);
-        if (m_pending == 0 || !m_handler || m_status.dwCurrentState == SERVICE_START_PENDING)
+        if (m_pending == 0 || !m_handler)
             return;
         const bool ends = m_status.dwCurrentState == SERVICE_STOP_PENDING || m_status.dwCurrentState == SERVICE_STOPPED;
         handler = ends ? nullptr : m_handler;
@@ -315,6 +315,7 @@ HANDLE Dispatcher::Register(LPHANDLER_FUNCTION handler)
             return nullptr;
     }
     m_handler = handler;
+    WakeUp();
     return m_handle;
 }
 

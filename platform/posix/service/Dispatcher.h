@@ -4,7 +4,8 @@
 // main has a thread of its own; SetServiceStatus may come from any thread.
 //
 // Signals: SIGTERM and SIGINT are a stop control, SIGPWR a shutdown control. One that comes before
-// the service has left START_PENDING is delivered when it does.
+// there is a handler is delivered when there is, also while the service starts: unlike a manager, which
+// refuses and tries again, a signal comes once.
 #pragma once
 
 #include "platform/posix/core/HandleTable.h"

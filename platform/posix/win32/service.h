@@ -3,8 +3,8 @@
 //
 // A process is a service when VLT_SERVICE in its environment names an installed one: StartServiceW
 // sets it, and so may a supervisor, whose readiness protocol (NOTIFY_SOCKET) is spoken. SIGTERM and
-// SIGINT are a stop control, SIGPWR a shutdown control; one that comes before the service runs is
-// delivered when it does. VLT_SERVICE_TRACE names a file to which every status report is appended as
+// SIGINT are a stop control, SIGPWR a shutdown control; one that comes before the handler is
+// registered is delivered when it is. VLT_SERVICE_TRACE names a file to which every status report is appended as
 // one line: the seven fields in decimal.
 #pragma once
 

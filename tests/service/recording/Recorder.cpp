@@ -1,7 +1,10 @@
 #include "tests/service/recording/Recorder.h"
 
+#include "platform/Format.h"
 #include "platform/Text.h"
 #include "platform/Unique.h"
+
+#include <vector>
 
 namespace vlt::record
 {
@@ -15,6 +18,29 @@ WString IniFile()
     return Folder() + TEXT("recording.ini");
 }
 
+// Halves of surrogate pairs, which have no UTF-8 form, become question marks.
+std::string Quoted(WString text)
+{
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const bool pair = text[i] >= 0xD800 && text[i] < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
+                          text[i + 1] < 0xE000;
+        if (pair)
+            ++i;
+        else if (text[i] >= 0xD800 && text[i] < 0xE000)
+            text[i] = '?';
+    }
+    std::string result = "\"";
+    for (const char c : ToNarrow(text, CP_UTF8)) {
+        if (c == '"' || c == '\\')
+            result += '\\';
+        if (static_cast<unsigned char>(c) < 0x20)
+            result += Format("\\u%04x", static_cast<unsigned>(c));
+        else
+            result += c;
+    }
+    return result + '"';
+}
+
 } // namespace
 
 WString Folder()
@@ -25,10 +51,19 @@ WString Folder()
     return text.substr(0, text.find_last_of(TEXT("\\/")) + 1);
 }
 
-void Write(const Json& line)
+Field::Field(const char* name, const char* text) : key(name), json(text ? Quoted(ToWide(text)) : "null") {}
+
+Field::Field(const char* name, const WCHAR* text) : key(name), json(text ? Quoted(text) : "null") {}
+
+void Write(const char* from, const char* call, Fields first, Fields more)
 {
     static const WString path = Text("record", "log", (Folder() + TEXT("recorded.log")).c_str());
-    const std::string bytes = line.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
+    std::string bytes = "{\"from\":\"" + std::string(from) + "\",\"call\":\"" + call + '"';
+    for (const Fields& fields : {first, more}) {
+        for (const Field& field : fields)
+            bytes += ",\"" + std::string(field.key) + "\":" + field.json;
+    }
+    bytes += "}\n";
     // Sharing for reading alone makes the open file the lock between threads and processes.
     const ULONGLONG deadline = GetTickCount64() + DeadlineMilliseconds;
     FileHandle file;
@@ -65,16 +100,6 @@ void Hold(const char* section)
     const ULONGLONG deadline = GetTickCount64() + DeadlineMilliseconds;
     while (GetFileAttributesW(go.c_str()) == INVALID_FILE_ATTRIBUTES && GetTickCount64() < deadline)
         Sleep(1);
-}
-
-Json Value(const WCHAR* text)
-{
-    return text ? Json(ToNarrow(text, CP_UTF8)) : Json(nullptr);
-}
-
-Json Value(const char* text)
-{
-    return text ? Json(std::string(text)) : Json(nullptr);
 }
 
 std::string Hexadecimal(const void* data, std::size_t size)

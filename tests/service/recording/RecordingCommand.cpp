@@ -1,5 +1,4 @@
 // ArdCmdCom.exe as the service sees it: records its command line after the program's name.
-#include "platform/Text.h"
 #include "tests/service/recording/Recorder.h"
 
 int main()
@@ -9,7 +8,7 @@ int main()
     WString rest = program == WString::npos ? line : line.substr(program + WStringView(TEXT("ArdCmdCom.exe")).size());
     if (!rest.empty() && rest.front() == '"')
         rest.erase(0, 1);
-    vlt::record::Write({{"from", "ArdCmdCom"}, {"call", "run"}, {"arguments", vlt::record::Value(rest.c_str())}});
+    vlt::record::Write("ArdCmdCom", "run", {{"arguments", rest.c_str()}});
     vlt::record::Hold("ArdCmdCom");
     return vlt::record::Number("ArdCmdCom", "exit", 0);
 }

@@ -9,14 +9,14 @@
 #include "tests/service/recording/Recorder.h"
 
 #include <cstring>
+#include <memory>
 #include <vector>
 
 namespace
 {
 
-using vlt::record::Json;
+using vlt::record::Fields;
 using vlt::record::Number;
-using vlt::record::Value;
 
 char g_handle[1];
 AsConfigRecord g_config{};
@@ -24,11 +24,9 @@ vlt::KernelHandle g_together;
 std::vector<vlt::KernelHandle> g_threads;
 
 // Records the call and returns the configured result.
-std::int32_t Record(const char* name, AsHandle handle, std::int32_t result, Json arguments = Json::object())
+std::int32_t Record(const char* name, AsHandle handle, std::int32_t result, Fields arguments = {})
 {
-    Json line{{"from", "ArdScan"}, {"call", name}, {"handle", handle == g_handle}};
-    line.update(arguments);
-    vlt::record::Write(line);
+    vlt::record::Write("ArdScan", name, {{"handle", handle == g_handle}}, arguments);
     vlt::record::Hold(name);
     return Number(name, "result", result);
 }
@@ -49,7 +47,7 @@ unsigned WINAPI Detect(void* argument)
     const bool second = Number("detect", "slot", 1) == 2;
     const AsDetectionCallback callback = second ? g_config.spywareCallback : g_config.detectionCallback;
     callback(second ? g_config.spywareContext : g_config.detectionContext, record.get());
-    vlt::record::Write({{"from", "ArdScan"}, {"call", "detected"}});
+    vlt::record::Write("ArdScan", "detected");
     return 0;
 }
 
@@ -94,8 +92,8 @@ AsHandle WINAPI ASInitScanW(std::uint32_t version, AsInitRecord* record, std::ui
             {"onAccess", onAccess},
             {"record", vlt::record::Hexadecimal(record, sizeof *record)},
             {"processId", GetCurrentProcessId()},
-            {"appFolder", Value(record->appFolder)},
-            {"patternFolder", Value(record->patternFolder)}});
+            {"appFolder", record->appFolder},
+            {"patternFolder", record->patternFolder}});
     if (Number("ASInitScanW", "null", 0) == 0)
         return g_handle;
     CopyNumber("ASInitScanW", "reason", AS_REASON_NONE, record->reason);
@@ -118,10 +116,11 @@ std::int32_t WINAPI ASGetLastError(AsHandle handle)
 std::int32_t WINAPI ASSetConfigW(AsHandle handle, const void* config)
 {
     std::memcpy(&g_config, config, sizeof g_config);
+    const std::string folders = g_config.protectedFolders ? MultiString(g_config.protectedFolders) : "";
     return Record(
         "ASSetConfigW", handle, 1,
         {{"record", vlt::record::Hexadecimal(config, sizeof g_config)},
-         {"protectedFolders", g_config.protectedFolders ? Json(MultiString(g_config.protectedFolders)) : Json()},
+         {"protectedFolders", g_config.protectedFolders ? folders.c_str() : static_cast<const char*>(nullptr)},
          {"sameCallback", g_config.detectionCallback == g_config.spywareCallback}});
 }
 
@@ -140,12 +139,12 @@ std::int32_t WINAPI ASStopScan(AsHandle handle, std::uint32_t zero)
 
 std::int32_t WINAPI ASScanFileW(AsHandle handle, const WCHAR* path)
 {
-    return Record("ASScanFileW", handle, 0, {{"path", Value(path)}});
+    return Record("ASScanFileW", handle, 0, {{"path", path}});
 }
 
 std::int32_t WINAPI ASManualActionW(AsHandle handle, const WCHAR* path, std::uint32_t action)
 {
-    return Record("ASManualActionW", handle, 0, {{"path", Value(path)}, {"action", action}});
+    return Record("ASManualActionW", handle, 0, {{"path", path}, {"action", action}});
 }
 
 // Writes more than the first field, as engines have done: the caller's buffer is larger.
@@ -183,7 +182,7 @@ std::int32_t WINAPI ASGetPatternVersion(AsHandle handle, const char* stem, std::
 {
     const std::uint32_t before = *version;
     CopyNumber("ASGetPatternVersion", stem, 0, *version);
-    return Record("ASGetPatternVersion", handle, 0, {{"stem", Value(stem)}, {"before", before}});
+    return Record("ASGetPatternVersion", handle, 0, {{"stem", stem}, {"before", before}});
 }
 
 std::int32_t WINAPI ASGetFirstVirusInfo(AsHandle handle, std::uint64_t*, AsVirusInfo*)
@@ -203,12 +202,12 @@ std::int32_t WINAPI ASGetVirusInfo(AsHandle handle, std::uint32_t id, AsVirusInf
 
 std::int32_t WINAPI ASSetExceptionFilePathW(AsHandle handle, const WCHAR* path)
 {
-    return Record("ASSetExceptionFilePathW", handle, 1, {{"path", Value(path)}});
+    return Record("ASSetExceptionFilePathW", handle, 1, {{"path", path}});
 }
 
 std::int32_t WINAPI ASSetExceptionFolderPathW(AsHandle handle, const WCHAR* path)
 {
-    return Record("ASSetExceptionFolderPathW", handle, 1, {{"path", Value(path)}});
+    return Record("ASSetExceptionFolderPathW", handle, 1, {{"path", path}});
 }
 
 // "needed" makes the buffer look short until it has that many characters; "refuse" always fails.
@@ -229,7 +228,7 @@ std::int32_t WINAPI ASGetEngineDefaultExtListW(AsHandle handle, WCHAR* buffer, s
 #ifndef WITHOUT_ASReloadPatternW
 std::int32_t WINAPI ASReloadPatternW(AsHandle handle, std::uint32_t kind, const WCHAR* folder)
 {
-    return Record("ASReloadPatternW", handle, 1, {{"kind", kind}, {"folder", Value(folder)}});
+    return Record("ASReloadPatternW", handle, 1, {{"kind", kind}, {"folder", folder}});
 }
 #endif
 

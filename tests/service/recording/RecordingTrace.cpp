@@ -6,18 +6,14 @@
 namespace
 {
 
-using vlt::record::Json;
-using vlt::record::Value;
+using vlt::record::Fields;
+using vlt::record::Write;
 
-void Line(const char* call, const char* source, int line, int level, Json more, const char* format, va_list arguments)
+void Line(const char* call, Fields first, const char* format, va_list arguments)
 {
     // The service hands its text over as the argument of a fixed format.
-    const std::string_view fixed = format ? format : "";
-    Json json{{"from", "vldbg64"}, {"call", call}, {"source", Value(source)}, {"line", line}, {"level", level}};
-    json.update(more);
-    json["format"] = Value(format);
-    json["text"] = fixed == "%s" ? Value(va_arg(arguments, const char*)) : Json();
-    vlt::record::Write(json);
+    const bool fixed = format && std::string_view(format) == "%s";
+    Write("vldbg64", call, first, {{"format", format}, {"text", fixed ? va_arg(arguments, const char*) : "(format)"}});
 }
 
 } // namespace
@@ -26,27 +22,22 @@ extern "C" {
 
 void InitDebug(const char* settingsFile, int hotSwitch)
 {
-    vlt::record::Write(
-        {{"from", "vldbg64"}, {"call", "InitDebug"}, {"settings", Value(settingsFile)}, {"hotSwitch", hotSwitch}});
+    Write("vldbg64", "InitDebug", {{"settings", settingsFile}, {"hotSwitch", hotSwitch}});
 }
 
 void InitDebugEx(const char* settingsFile, int hotSwitch, const char* module, int one)
 {
-    vlt::record::Write({{"from", "vldbg64"},
-                        {"call", "InitDebugEx"},
-                        {"settings", Value(settingsFile)},
-                        {"hotSwitch", hotSwitch},
-                        {"module", Value(module)},
-                        {"one", one}});
+    Write("vldbg64", "InitDebugEx",
+          {{"settings", settingsFile}, {"hotSwitch", hotSwitch}, {"module", module}, {"one", one}});
 }
 
-void DumpA(std::uintptr_t, std::uintptr_t, std::uintptr_t, std::uintptr_t, std::uintptr_t) {}
+void DumpA(const char*, int, int, const void*, DWORD) {}
 
 void TraceA(const char* source, int line, int level, const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    Line("TraceA", source, line, level, Json::object(), format, arguments);
+    Line("TraceA", {{"source", source}, {"line", line}, {"level", level}}, format, arguments);
     va_end(arguments);
 }
 
@@ -55,7 +46,8 @@ void TraceExA(const char* source, int line, int level, const char* module, int o
 {
     va_list arguments;
     va_start(arguments, format);
-    Line("TraceExA", source, line, level, {{"module", Value(module)}, {"one", one}}, format, arguments);
+    Line("TraceExA", {{"source", source}, {"line", line}, {"level", level}, {"module", module}, {"one", one}}, format,
+         arguments);
     va_end(arguments);
 }
 #endif
