@@ -27,6 +27,12 @@ using vlt::test::WriteBytes;
         EXPECT_EQ(GetLastError(), static_cast<DWORD>(code));                                                           \
     } while (false)
 
+#ifdef _WIN32 // Wine writes the number of a temporary name in small letters
+constexpr WCHAR kDigits[] = TEXT("0123456789abcdef");
+#else
+constexpr WCHAR kDigits[] = TEXT("0123456789ABCDEF");
+#endif
+
 bool Exists(const WString& path)
 {
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
@@ -126,17 +132,19 @@ TEST(FileManageTest, TemporaryFilesAreMadeAndUnique)
         ASSERT_NE(GetTempFileNameW(folder.PathW().c_str(), i % 2 == 0 ? TEXT("") : TEXT("abcd"), 0, path), 0u);
         EXPECT_TRUE(Exists(path));
         const WString name = WString(path).substr(folder.PathW().size() + 1);
-        const std::size_t digits = name.find_first_not_of(TEXT("0123456789ABCDEF"), i % 2 == 0 ? 0 : 3);
+        const std::size_t digits = name.find_first_not_of(kDigits, i % 2 == 0 ? 0 : 3);
         EXPECT_EQ(name.substr(digits), TEXT(".tmp"));
         EXPECT_EQ(name.substr(0, 3) == TEXT("abc"), i % 2 != 0);
         EXPECT_TRUE(names.insert(path).second);
     }
     WCHAR path[MAX_PATH] = {};
     EXPECT_EQ(GetTempFileNameW(folder.PathW().c_str(), TEXT("x"), 0x1AB, path), 0x1ABu);
-    EXPECT_EQ(WString(path), folder.PathW("x1AB.tmp"));
+    EXPECT_EQ(lstrcmpiW(path, folder.PathW("x1AB.tmp").c_str()), 0);
     EXPECT_FALSE(Exists(path));
     EXPECT_FAILS(GetTempFileNameW(folder.PathW("none").c_str(), TEXT(""), 0, path), ERROR_DIRECTORY);
+#ifndef _WIN32 // Wine looks for the folder first
     EXPECT_FAILS(GetTempFileNameW(WString(MAX_PATH, TEXT('x')).c_str(), TEXT(""), 0, path), ERROR_BUFFER_OVERFLOW);
+#endif
 
     ASSERT_NE(GetTempPathW(MAX_PATH, path), 0u);
     EXPECT_EQ(path[lstrlenW(path) - 1], TEXT('\\'));

@@ -70,7 +70,7 @@ TEST(FileTest, DispositionsAndTheirErrors)
 TEST(FileTest, ReadsAndWritesAtThePointer)
 {
     const TempFolder folder;
-    const FileHandle file = Open(folder.PathW("f"), kReadWrite, CREATE_NEW);
+    FileHandle file = Open(folder.PathW("f"), kReadWrite, CREATE_NEW);
     ASSERT_TRUE(file);
     DWORD done = 99;
     EXPECT_TRUE(WriteFile(file.Get(), "0123456789", 10, &done, nullptr));
@@ -93,6 +93,7 @@ TEST(FileTest, ReadsAndWritesAtThePointer)
     LONG high = 1;
     EXPECT_EQ(SetFilePointer(file.Get(), 5, &high, FILE_BEGIN), 5u);
     EXPECT_EQ(high, 1);
+    file.Reset();
     EXPECT_EQ(ReadBytes(folder.HostPath("f")), "01234AB789");
 }
 

@@ -1,6 +1,7 @@
 #include "platform/posix/file/ProfileFile.h"
 
 #include "platform/posix/core/Error.h"
+#include "platform/posix/core/Fd.h"
 #include "platform/posix/core/MachineRoot.h"
 #include "platform/posix/file/Path.h"
 
@@ -9,32 +10,13 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace vlt::posix
 {
 namespace
 {
-
-class Descriptor
-{
-public:
-    explicit Descriptor(int file) noexcept : m_file(file) {}
-    ~Descriptor()
-    {
-        const ErrnoKeeper keeper;
-        if (m_file >= 0)
-            close(m_file);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int Get() const noexcept { return m_file; }
-    explicit operator bool() const noexcept { return m_file >= 0; }
-
-private:
-    int m_file;
-};
 
 // A bare name is a file of the system folder.
 std::string HostPath(std::u16string_view path)
@@ -55,10 +37,21 @@ std::string Resolved(const std::string& path)
     return result;
 }
 
+// A profile is read whole for every question; what is larger is no profile.
+constexpr std::size_t kMostBytes = std::size_t{16} << 20;
+
+// The contents of a regular file; false with errno set.
 bool ReadAll(int file, std::string& bytes)
 {
+    struct stat status;
+    if (fstat(file, &status) != 0)
+        return false;
+    if (!S_ISREG(status.st_mode)) { // a pipe or a device would never end
+        errno = EACCES;
+        return false;
+    }
     char buffer[16384];
-    for (;;) {
+    while (bytes.size() <= kMostBytes) {
         const ssize_t got = read(file, buffer, sizeof buffer);
         if (got == 0)
             return true;
@@ -68,6 +61,8 @@ bool ReadAll(int file, std::string& bytes)
             return false;
         bytes.append(buffer, static_cast<std::size_t>(got));
     }
+    errno = ENOMEM;
+    return false;
 }
 
 bool WriteAll(int file, std::string_view bytes)
@@ -83,13 +78,31 @@ bool WriteAll(int file, std::string_view bytes)
     return true;
 }
 
+// Any account that can read the folder can hold its lock for ever, so the wait has an end. Writers hold
+// it for a millisecond.
+bool LockFolder(int folder)
+{
+    constexpr int kTries = 50'000;
+    for (int i = 0; i < kTries; ++i) {
+        if (flock(folder, LOCK_EX | LOCK_NB) == 0)
+            return true;
+        if (errno != EWOULDBLOCK && errno != EINTR)
+            return false;
+        const timespec pause{0, 200'000};
+        nanosleep(&pause, nullptr);
+    }
+    errno = EBUSY;
+    return false;
+}
+
 // The new text goes to a file of a fixed name beside the old one, which the lock makes ours: what a
-// killed writer left there is written over.
+// killed writer left there goes first, and what another account put there is not written through.
 bool Replace(const std::string& path, std::string_view bytes, const struct stat* old)
 {
     const std::size_t slash = path.rfind('/') + 1;
     const std::string scratch = path.substr(0, slash) + '.' + path.substr(slash) + ".new";
-    const Descriptor file(open(scratch.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
+    unlink(scratch.c_str());
+    const Fd file(open(scratch.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644));
     if (!file)
         return false;
     if (old) {
@@ -109,7 +122,10 @@ bool Replace(const std::string& path, std::string_view bytes, const struct stat*
 ProfileText ReadProfile(std::u16string_view path)
 {
     std::string bytes;
-    const Descriptor file(open(HostPath(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const std::string host = HostPath(path);
+    if (host.empty())
+        return ProfileText({});
+    const Fd file(open(host.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file || !ReadAll(file.Get(), bytes)) {
         SetLastErrorFromErrno();
         return ProfileText({});
@@ -120,21 +136,26 @@ ProfileText ReadProfile(std::u16string_view path)
 
 bool EditProfile(std::u16string_view path, const std::function<bool(ProfileText&)>& edit)
 {
-    const std::string host = Resolved(HostPath(path));
+    const std::string named = HostPath(path);
+    if (named.empty())
+        return false;
+    const std::string host = Resolved(named);
     const std::size_t slash = host.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : host.substr(0, slash + 1);
-    const Descriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const Fd lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!lock) {
         SetLastError(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
         return false;
     }
-    while (flock(lock.Get(), LOCK_EX) != 0 && errno == EINTR) {
+    if (!LockFolder(lock.Get())) {
+        SetLastError(errno == EBUSY ? ERROR_SHARING_VIOLATION : ErrorFromErrno(errno));
+        return false;
     }
 
     std::string bytes;
     struct stat status {
     };
-    const Descriptor old(open(host.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const Fd old(open(host.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!old ? errno != ENOENT : fstat(old.Get(), &status) != 0 || !ReadAll(old.Get(), bytes)) {
         SetLastErrorFromErrno();
         return false;
