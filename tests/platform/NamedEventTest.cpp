@@ -101,14 +101,14 @@ TEST(NamedEvent, TheNameLastsAsLongAsAnyHandle)
 
 TEST(NamedEvent, AWaitInProgressDoesNotKeepTheName)
 {
+    if (!kSleepersAreSeen)
+        GTEST_SKIP() << "this host does not tell when a thread sleeps";
     const WString name = Name("Waited");
     KernelHandle event = Create(name);
-    Waiter waiter({event.Get()}, 200);
+    Waiter waiter({event.Get()}, 100);
     event.Reset();
-    if (waiter.Exact()) {
-        EXPECT_EQ(OpenError(name), ERROR_FILE_NOT_FOUND);
-        EXPECT_EQ(waiter.Result(), WAIT_TIMEOUT);
-    }
+    EXPECT_EQ(OpenError(name), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(waiter.Result(), WAIT_TIMEOUT);
 }
 
 TEST(NamedEvent, ProcessesShareIt)

@@ -77,21 +77,19 @@ TEST(Wait, TimeOutsEndAndLeaveNoTrace)
 
 TEST(Wait, ClosingTheHandleNeitherEndsNorFailsTheWait)
 {
-    for (const bool several : {false, true}) {
-        const KernelHandle keep = MakeEvent(true);
-        KernelHandle closed = MakeEvent(true);
-        const std::vector<HANDLE> handles =
-            several ? std::vector<HANDLE>{closed.Get(), keep.Get()} : std::vector<HANDLE>{closed.Get()};
-        Waiter waiter(handles, several ? INFINITE : 100);
-        closed.Reset();
-        if (several) {
-            EXPECT_EQ(waiter.Result(20), WAIT_IO_COMPLETION);
-            SetEvent(keep.Get());
-            EXPECT_EQ(waiter.Result(), WAIT_OBJECT_0 + 1);
-        } else if (waiter.Exact()) {
-            EXPECT_EQ(waiter.Result(), WAIT_TIMEOUT);
-        }
-    }
+    if (!kSleepersAreSeen)
+        GTEST_SKIP() << "this host does not tell when a thread sleeps";
+    const KernelHandle keep = MakeEvent(true);
+    KernelHandle first = MakeEvent(true);
+    KernelHandle second = MakeEvent(true);
+    Waiter single({first.Get()}, 100);
+    Waiter several({second.Get(), keep.Get()});
+    first.Reset();
+    second.Reset();
+    EXPECT_EQ(single.Result(), WAIT_TIMEOUT);
+    EXPECT_EQ(several.Result(0), WAIT_IO_COMPLETION);
+    SetEvent(keep.Get());
+    EXPECT_EQ(several.Result(), WAIT_OBJECT_0 + 1);
 }
 
 TEST(Wait, BadArgumentsFailWithTheirCodes)

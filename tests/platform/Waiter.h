@@ -18,6 +18,13 @@ namespace vlt::test
 
 constexpr DWORD kSoon = 20000; // a limit, not an expectation
 
+// Can this host tell that a thread sleeps in a wait? Tests of what only a sleeper notices need it.
+#ifdef _WIN32
+constexpr bool kSleepersAreSeen = false;
+#else
+constexpr bool kSleepersAreSeen = true;
+#endif
+
 // A thread of _beginthreadex that runs a function.
 class TestThread
 {

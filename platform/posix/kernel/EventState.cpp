@@ -3,22 +3,26 @@
 namespace vlt::posix
 {
 
+// The next generation, in which the grants are one generation older, and perhaps one more.
+EventState::Bits EventState::NextGeneration(Bits bits, bool grant) noexcept
+{
+    unsigned grants = (Grants(bits) << 1) | (grant ? 1 : 0);
+    // The oldest grant would fall off: it takes the place of the oldest free generation instead.
+    if ((grants >> GrantCount) != 0) {
+        unsigned free = GrantCount - 1;
+        while (((grants >> free) & 1) != 0)
+            --free;
+        grants = (grants & 0xFFFF) | (1u << free);
+    }
+    const Bits rest = bits & ~Bits{0xFFFFFFFF};
+    return WithGrants(rest | static_cast<std::uint32_t>(bits + 1), grants);
+}
+
 // One more grant for the waits in progress; unchanged when each of them has one already.
 EventState::Bits EventState::AddGrant(Bits bits) noexcept
 {
-    const unsigned grants = Grants(bits);
-    const auto count = static_cast<unsigned>(std::popcount(grants));
-    if (count >= Waiters(bits) || count == GrantCount)
-        return bits;
-    unsigned shifted = (grants << 1) | 1;
-    // The oldest grant would fall off: it takes the place of the oldest free generation instead.
-    if ((shifted >> GrantCount) != 0) {
-        unsigned free = GrantCount - 1;
-        while ((shifted >> free) & 1)
-            --free;
-        shifted = (shifted & 0xFFFF) | (1u << free);
-    }
-    return WithGrants(NextGeneration(bits), shifted);
+    const auto count = static_cast<unsigned>(std::popcount(Grants(bits)));
+    return count >= Waiters(bits) || count == GrantCount ? bits : NextGeneration(bits, true);
 }
 
 EventState::Bits EventState::WithoutWaiter(Bits bits) noexcept
@@ -108,7 +112,7 @@ EventState::Wake EventState::Set(bool manualReset) noexcept
     Bits next = 0;
     do {
         if ((bits & SignaledBit) == 0)
-            next = NextGeneration(bits) | SignaledBit;
+            next = NextGeneration(bits, false) | SignaledBit;
         else
             next = manualReset ? bits : AddGrant(bits);
     } while (!m_bits.compare_exchange_weak(bits, next, std::memory_order_acq_rel));
@@ -136,7 +140,7 @@ EventState::Wake EventState::Pulse(bool manualReset) noexcept
     do {
         next = bits;
         if (manualReset) {
-            next = NextGeneration(next);
+            next = NextGeneration(next, false);
         } else {
             // A signal that nobody took yet is owed to a wait in progress too.
             if ((next & SignaledBit) != 0)

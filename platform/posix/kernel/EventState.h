@@ -58,14 +58,11 @@ private:
     static std::uint32_t Generation(Bits bits) noexcept { return static_cast<std::uint32_t>(bits); }
     static unsigned Waiters(Bits bits) noexcept { return static_cast<unsigned>((bits & WaiterMask) / WaiterUnit); }
     static unsigned Grants(Bits bits) noexcept { return static_cast<unsigned>(bits >> GrantShift); }
-    static Bits NextGeneration(Bits bits) noexcept
-    {
-        return (bits & ~Bits{0xFFFFFFFF}) | static_cast<std::uint32_t>(bits + 1);
-    }
     static Bits WithGrants(Bits bits, unsigned grants) noexcept
     {
         return (bits & ((Bits{1} << GrantShift) - 1)) | (Bits{grants} << GrantShift);
     }
+    static Bits NextGeneration(Bits bits, bool grant) noexcept;
     static Bits AddGrant(Bits bits) noexcept;
     static Bits WithoutWaiter(Bits bits) noexcept;
     static Bits TakeFor(Bits bits, std::uint32_t ticket) noexcept;
