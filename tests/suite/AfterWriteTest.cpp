@@ -1,0 +1,48 @@
+#include "tests/suite/ScanLibrary.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace fs = std::filesystem;
+using namespace vlt::test;
+
+namespace
+{
+constexpr unsigned Limit = 20000;
+
+bool Found(const ScanLibrary& library, const std::string& name)
+{
+    const auto detections = library.Detections();
+    return std::any_of(detections.begin(), detections.end(), [&](const AsDetectionRecord& record) {
+        return NarrowText(record.infectedPath).ends_with(name) && record.denied == 0;
+    });
+}
+} // namespace
+
+TEST(AfterWrite, FindsWhatIsWrittenOrMovedIntoOldAndNewFolders)
+{
+    const TempFolder guarded, outside;
+    ScanLibrary library("[Guard]\nFolder0=" + guarded.HostPath().string() + "\nFolder1=C:\\no such folder\n");
+    ASSERT_TRUE(library.Configure(library.Config(AS_DIRECTION_WRITE | AS_DIRECTION_RENAME)));
+    fs::create_directory(guarded.HostPath("old"));
+    ASSERT_TRUE(library.Start());
+    WriteBytes(guarded.HostPath("old/written.txt"), ThreatText);
+    EXPECT_TRUE(Eventually(Limit, [&] { return Found(library, "written.txt"); })) << library.StatusText();
+    WriteBytes(outside.HostPath("x"), ThreatText);
+    fs::rename(outside.HostPath("x"), guarded.HostPath("moved.txt"));
+    EXPECT_TRUE(Eventually(Limit, [&] { return Found(library, "moved.txt"); }));
+    fs::create_directories(guarded.HostPath("new/deep"));
+    WriteBytes(guarded.HostPath("new/deep/third.txt"), ThreatText);
+    EXPECT_TRUE(Eventually(Limit, [&] { return Found(library, "third.txt"); }));
+    for (int round = 0; round < 200; ++round) {
+        fs::create_directories(guarded.HostPath("storm/a"));
+        WriteBytes(guarded.HostPath("storm/a/x"), "harmless");
+        std::error_code busy; // the scanner may have it open
+        fs::remove_all(guarded.HostPath("storm"), busy);
+    }
+    WriteBytes(guarded.HostPath("after.txt"), ThreatText);
+    EXPECT_TRUE(Eventually(Limit, [&] { return Found(library, "after.txt"); }));
+    EXPECT_TRUE(library.Stop());
+    EXPECT_NE(library.StatusText().find("(missing)"), std::string::npos) << library.StatusText();
+}

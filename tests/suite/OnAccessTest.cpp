@@ -1,0 +1,352 @@
+// Prevention with fanotify, on a tmpfs in a mount namespace of the test's own. What is opened is opened
+// by child processes: the engine's own process is never stopped.
+#include "tests/suite/ScanLibrary.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using namespace vlt::test;
+
+namespace
+{
+
+constexpr unsigned Limit = 20000;
+
+class OnAccess : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (geteuid() != 0)
+            GTEST_SKIP() << "only root may make a mount namespace";
+        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+            GTEST_SKIP() << "no mount namespace of its own";
+        m_mount = m_folder.HostPath("guarded");
+        fs::create_directory(m_mount);
+        ASSERT_EQ(mount("tmpfs", m_mount.c_str(), "tmpfs", 0, "size=64m"), 0);
+    }
+    void TearDown() override
+    {
+        if (!m_mount.empty())
+            umount2(m_mount.c_str(), MNT_DETACH);
+    }
+
+    fs::path File(const std::string& name) const { return m_mount / name; }
+    std::string Ini(const std::string& more = {}) const { return "[Guard]\nFolder0=" + m_mount.native() + "\n" + more; }
+
+private:
+    TempFolder m_folder;
+    fs::path m_mount;
+};
+
+template <typename Body>
+pid_t Fork(Body&& body)
+{
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(body());
+    return child;
+}
+
+// 128 + signal for one that was killed, -1 for one that does not end.
+int ExitOf(pid_t child)
+{
+    int status = 0;
+    if (!Eventually(Limit, [&] { return waitpid(child, &status, WNOHANG) == child; })) {
+        kill(child, SIGKILL);
+        waitpid(child, &status, 0);
+        return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+int TryOpen(const fs::path& path)
+{
+    return open(path.c_str(), O_RDONLY | O_CLOEXEC) >= 0 ? 0 : errno;
+}
+
+// errno of opening the file in another process.
+int OpenElsewhere(const fs::path& path)
+{
+    return ExitOf(Fork([&] { return TryOpen(path); }));
+}
+
+void Age(const fs::path& path) // verdicts on files just written are not kept
+{
+    struct stat info {
+    };
+    ASSERT_TRUE(Eventually(Limit, [&] {
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        return stat(path.c_str(), &info) == 0 &&
+               (now.tv_sec - info.st_ctim.tv_sec) * 1000000000L + now.tv_nsec - info.st_ctim.tv_nsec > 60000000L;
+    }));
+}
+
+void Check(OnAccess&, ScanLibrary& library, const fs::path& clean)
+{
+    WriteBytes(clean, std::string(4096, 'c'));
+    Age(clean);
+    EXPECT_EQ(OpenElsewhere(clean), 0);
+    ASSERT_TRUE(Eventually(Limit, [&] { return library.Status("cached") == 1; })) << library.StatusText();
+    const auto scanned = library.Status("scanned");
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(OpenElsewhere(clean), 0);
+    WriteBytes(clean, ThreatText);
+    EXPECT_EQ(OpenElsewhere(clean), EPERM);
+    ASSERT_TRUE(Eventually(Limit, [&] { return library.Status("denied") == 1; }));
+    EXPECT_LE(library.Status("scanned"), scanned + 2); // the write and the refused open
+}
+
+} // namespace
+
+TEST_F(OnAccess, RefusesAnInfectedFileAndFillsTheRecord)
+{
+    ScanLibrary library(Ini());
+    ASSERT_TRUE(library.Configure(library.Config(AS_DIRECTION_OPEN)));
+    ASSERT_TRUE(library.Start());
+    EXPECT_TRUE(library.Start());
+    WriteBytes(File("bad.txt"), std::string(100000, 'x') + ThreatText);
+    WriteBytes(File("good.txt"), "harmless");
+    EXPECT_EQ(OpenElsewhere(File("good.txt")), 0);
+    const pid_t opener = Fork([&] { return TryOpen(File("bad.txt")); });
+    EXPECT_EQ(ExitOf(opener), EPERM);
+
+    const auto detections = library.Detections();
+    ASSERT_EQ(detections.size(), 1u);
+    const AsDetectionRecord& record = detections[0];
+    EXPECT_EQ(NarrowText(record.threatName), "Test-Virus");
+    EXPECT_EQ(record.firstAction, std::uint32_t{AS_ACTION_CLEAN});
+    EXPECT_EQ(record.firstResult, std::uint32_t{AS_RESULT_FAILED});
+    EXPECT_EQ(record.secondAction, std::uint32_t{AS_ACTION_DENY});
+    EXPECT_EQ(record.secondResult, std::uint32_t{AS_RESULT_DONE});
+    EXPECT_EQ(record.processId, static_cast<std::uint32_t>(opener));
+    EXPECT_EQ(record.direction, std::uint32_t{AS_DIRECTION_OPEN});
+    EXPECT_EQ(record.denied, 1u);
+    const std::string path = NarrowText(record.infectedPath);
+    EXPECT_TRUE(path.starts_with("C:\\") || path.starts_with("Z:\\")) << path;
+    EXPECT_TRUE(path.ends_with("\\guarded\\bad.txt")) << path;
+    EXPECT_TRUE(Eventually(Limit, [&] { return library.StatusText().find("\"prevention\"") != std::string::npos; }));
+
+    ASSERT_TRUE(library.Stop());
+    EXPECT_EQ(OpenElsewhere(File("bad.txt")), 0);
+}
+
+TEST_F(OnAccess, AKeptVerdictEndsWithAWrite)
+{
+    ScanLibrary library(Ini());
+    ASSERT_TRUE(library.Configure(library.Config(AS_DIRECTION_OPEN)));
+    ASSERT_TRUE(library.Start());
+    Check(*this, library, File("file"));
+}
+
+TEST_F(OnAccess, FolderMarksKeepVerdictsToo)
+{
+    ScanLibrary library(Ini("WholeFileSystem=0\n"));
+    ASSERT_TRUE(library.Configure(library.Config(AS_DIRECTION_OPEN)));
+    ASSERT_TRUE(library.Start());
+    Check(*this, library, File("file"));
+}
+
+TEST_F(OnAccess, AReloadEndsEveryKeptVerdict)
+{
+    ScanLibrary library(Ini("WholeFileSystem=0\n"));
+    ASSERT_TRUE(library.Configure(library.Config(AS_DIRECTION_OPEN)));
+    ASSERT_TRUE(library.Start());
+    fs::create_directories(File("a/b"));
+    WriteBytes(File("a/b/file"), "a new threat");
+    Age(File("a/b/file"));
+    ASSERT_TRUE(
+        Eventually(Limit, [&] { return OpenElsewhere(File("a/b/file")) == 0 && library.Status("cached") == 1; }));
+    const auto reload = library.Entry<ASReloadPatternW_t>("ASReloadPatternW");
+    WriteBytes(library.Folder().HostPath("ptf$qrv.009"), "broken");
+    EXPECT_EQ(reload(library.Handle(), AS_RELOAD_VIRUS, nullptr), 0);
+    EXPECT_EQ(OpenElsewhere(File("a/b/file")), 0);
+    fs::remove(library.Folder().HostPath("ptf$qrv.009"));
+    library.WritePatterns("ptf$qrv.002", "version 200\nhex New-Virus 61 20 6E 65 77 20 74 68 72 65 61 74\n");
+    EXPECT_EQ(reload(library.Handle(), AS_RELOAD_VIRUS, nullptr), 1);
+    EXPECT_EQ(OpenElsewhere(File("a/b/file")), EPERM);
+}
+
+TEST_F(OnAccess, FollowsNewMovedAndDeletedFolders)
+{
+    ScanLibrary library(Ini("WholeFileSystem=0\n"));
+    ASSERT_TRUE(library.Configure(library.Config(AS_DIRECTION_OPEN)));
+    fs::create_directories(File("old/deep"));
+    ASSERT_TRUE(library.Start());
+    WriteBytes(File("old/deep/bad"), ThreatText);
+    EXPECT_EQ(OpenElsewhere(File("old/deep/bad")), EPERM);
+    fs::rename(File("old"), File("renamed"));
+    EXPECT_EQ(OpenElsewhere(File("renamed/deep/bad")), EPERM);
+    fs::create_directories(File("new/one/two"));
+    WriteBytes(File("new/one/two/bad"), ThreatText);
+    EXPECT_TRUE(Eventually(Limit, [&] { return OpenElsewhere(File("new/one/two/bad")) == EPERM; }));
+    // Storms of folders that come and go leave the engine at work.
+    for (int round = 0; round < 300; ++round) {
+        fs::create_directories(File("storm/a/b"));
+        WriteBytes(File("storm/a/b/bad"), ThreatText);
+        fs::remove_all(File("storm"));
+    }
+    fs::create_directories(File("last"));
+    WriteBytes(File("last/bad"), ThreatText);
+    EXPECT_TRUE(Eventually(Limit, [&] { return OpenElsewhere(File("last/bad")) == EPERM; }));
+}
+
+TEST_F(OnAccess, LeavesOutWhatIsExcepted)
+{
+    ScanLibrary library(Ini());
+    AsConfigRecord record = library.Config(AS_DIRECTION_OPEN);
+    record.extractSizeLimit = 1000;
+    ASSERT_TRUE(library.Configure(record));
+    ASSERT_TRUE(library.Start());
+    fs::create_directory(File("skip"));
+    for (const char* name : {"file", "skip/file", "other"})
+        WriteBytes(File(name), ThreatText);
+    WriteBytes(File("large"), ThreatText + std::string(2000, ' '));
+    EXPECT_EQ(OpenElsewhere(File("file")), EPERM);
+    const std::string base = NarrowText(library.Detections().at(0).infectedPath);
+    const WString file(base.begin(), base.end());
+    const WString folder = file.substr(0, file.size() - 4) + TEXT("SKIP");
+    const auto exceptFile = library.Entry<ASSetExceptionPathW_t>("ASSetExceptionFilePathW");
+    const auto exceptFolder = library.Entry<ASSetExceptionPathW_t>("ASSetExceptionFolderPathW");
+    EXPECT_EQ(exceptFile(library.Handle(), file.c_str()), 1);
+    EXPECT_EQ(exceptFolder(library.Handle(), folder.c_str()), 1);
+    EXPECT_EQ(OpenElsewhere(File("file")), 0);
+    EXPECT_EQ(OpenElsewhere(File("skip/file")), 0);
+    EXPECT_EQ(OpenElsewhere(File("large")), 0);
+    EXPECT_EQ(OpenElsewhere(File("other")), EPERM);
+    EXPECT_EQ(exceptFile(library.Handle(), nullptr), 1);
+    EXPECT_EQ(OpenElsewhere(File("file")), EPERM);
+
+    const auto process = library.Entry<ASAddRemoveExceptionProcess_t>("ASAddRemoveExceptionProcess");
+    int go[2];
+    ASSERT_EQ(pipe(go), 0);
+    const pid_t excepted = Fork([&] {
+        char byte;
+        return read(go[0], &byte, 1) == 1 ? TryOpen(File("other")) : 99;
+    });
+    EXPECT_NE(process(library.Handle(), static_cast<std::uint32_t>(excepted), 1), 0);
+    EXPECT_EQ(write(go[1], "x", 1), 1);
+    EXPECT_EQ(ExitOf(excepted), 0);
+    EXPECT_EQ(process(library.Handle(), static_cast<std::uint32_t>(excepted), 1), 0); // it has ended
+    EXPECT_TRUE(Eventually(Limit, [&] { return library.Status("tooLarge") == 1 && library.Status("excluded") >= 3; }));
+}
+
+TEST_F(OnAccess, TheWatchdogAnswersForACallbackThatHangs)
+{
+    ScanLibrary library(Ini("[Engine]\nWorkers=1\nAnswerTimeout=200\nLateAnswer=allow\n"));
+    ASSERT_TRUE(library.Configure(library.Config(AS_DIRECTION_OPEN)));
+    ASSERT_TRUE(library.Start());
+    WriteBytes(File("bad"), ThreatText);
+    WriteBytes(File("good"), "harmless");
+    library.HoldCallbacks(true);
+    EXPECT_EQ(OpenElsewhere(File("bad")), EPERM); // the verdict was there, so the policy does not matter
+    EXPECT_EQ(OpenElsewhere(File("good")), 0);    // no worker is free
+    ASSERT_TRUE(Eventually(Limit, [&] { return library.Status("late") == 2; })) << library.StatusText();
+    // This process is answered at once, although all workers are busy.
+    EXPECT_EQ(TryOpen(File("good")), 0);
+    library.HoldCallbacks(false);
+    EXPECT_EQ(library.Detections().at(0).denied, 1u);
+    EXPECT_TRUE(
+        Eventually(Limit, [&] { return OpenElsewhere(File("bad")) == EPERM && library.Detections().size() >= 2; }));
+}
+
+TEST_F(OnAccess, ALateScanIsAnsweredByPolicy)
+{
+    ScanLibrary library(Ini("[Engine]\nAnswerTimeout=10\nLateAnswer=deny\n"));
+    ASSERT_TRUE(library.Configure(library.Config(AS_DIRECTION_OPEN)));
+    ASSERT_TRUE(library.Start());
+    WriteBytes(File("huge"), "harmless");
+    fs::resize_file(File("huge"), 8ull << 30); // a hole: no memory, much to read
+    EXPECT_EQ(OpenElsewhere(File("huge")), EPERM);
+    EXPECT_TRUE(Eventually(Limit, [&] { return library.Status("late") == 1; }));
+    fs::resize_file(File("huge"), 10); // and the scan comes to its end
+}
+
+TEST_F(OnAccess, StopReleasesOpenersAndSoDoesTheDeathOfTheEngine)
+{
+    {
+        ScanLibrary library(Ini("[Engine]\nWorkers=1\nAnswerTimeout=600000\n"));
+        ASSERT_TRUE(library.Configure(library.Config(AS_DIRECTION_OPEN)));
+        ASSERT_TRUE(library.Start());
+        WriteBytes(File("bad"), ThreatText);
+        WriteBytes(File("good"), "harmless");
+        library.HoldCallbacks(true);
+        const pid_t refused = Fork([&] { return TryOpen(File("bad")); });
+        ASSERT_TRUE(Eventually(Limit, [&] { return library.Detections().size() == 1; }));
+        const pid_t waiting = Fork([&] { return TryOpen(File("good")); });
+        std::thread stopper([&] { EXPECT_TRUE(library.Stop()); });
+        EXPECT_EQ(ExitOf(refused), EPERM);
+        EXPECT_EQ(ExitOf(waiting), 0);
+        library.HoldCallbacks(false);
+        stopper.join();
+    }
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t engine = Fork([&] {
+        ScanLibrary library(Ini("[Engine]\nAnswerTimeout=600000\n"));
+        library.HoldCallbacks(true);
+        if (!library.Configure(library.Config(AS_DIRECTION_OPEN)) || !library.Start())
+            return 1;
+        std::thread([&] {
+            Eventually(Limit, [&] { return !library.Detections().empty(); });
+            return write(ready[1], "x", 1);
+        }).detach();
+        pause();
+        return 0;
+    });
+    pid_t opener = -1;
+    // The opener that finds the engine at work waits in it; those before are let in.
+    ASSERT_TRUE(Eventually(Limit, [&] {
+        opener = Fork([&] { return TryOpen(File("bad")); });
+        usleep(20000);
+        return waitpid(opener, nullptr, WNOHANG) == 0;
+    }));
+    char byte;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    kill(engine, SIGKILL);
+    EXPECT_EQ(ExitOf(opener), 0);
+    EXPECT_EQ(ExitOf(engine), 128 + SIGKILL);
+}
+
+TEST_F(OnAccess, WithoutThePrivilegeDetectsAfterWriteAndSaysSo)
+{
+    // In a child, since what is given up cannot be had back.
+    EXPECT_EQ(ExitOf(Fork([&] {
+                  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+                  __user_cap_data_struct data[2]{};
+                  if (syscall(SYS_capget, &header, data) != 0)
+                      return 1;
+                  data[0].effective &= ~(1u << CAP_SYS_ADMIN);
+                  if (syscall(SYS_capset, &header, data) != 0)
+                      return 2;
+                  ScanLibrary library(Ini());
+                  if (!library.Configure(library.Config()) || !library.Start())
+                      return 3;
+                  if (!Eventually(Limit, [&] {
+                          return library.StatusText().find("detection after write") != std::string::npos;
+                      }))
+                      return 4;
+                  fs::create_directories(File("new/deep"));
+                  WriteBytes(File("new/deep/bad"), ThreatText);
+                  if (mkfifo(File("new/pipe").c_str(), 0600) != 0)
+                      return 5;
+                  fs::create_symlink(File("new/deep/bad"), File("new/link"));
+                  if (!Eventually(Limit, [&] { return !library.Detections().empty(); }))
+                      return 6;
+                  const AsDetectionRecord record = library.Detections()[0];
+                  if (record.denied != 0 || !NarrowText(record.infectedPath).ends_with("\\new\\deep\\bad"))
+                      return 7;
+                  return 0;
+              })),
+              0);
+}

@@ -1,0 +1,102 @@
+#include "suite/ArdScan/PatternFolder.h"
+
+#include "engine/ArdScanAbi.h"
+#include "tests/fuzz/PatternFileBody.h"
+#include "tests/support/Support.h"
+#include "tools/ptfc/SignatureText.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+using namespace vlt::scan;
+using namespace vlt::test;
+
+namespace
+{
+
+std::vector<std::uint8_t> Compiled(const std::string& text)
+{
+    std::string error;
+    const auto file = ParseSignatures(text, error);
+    EXPECT_TRUE(file) << error;
+    return file ? WritePatternFile(*file).value() : std::vector<std::uint8_t>();
+}
+
+void Put(const TempFolder& folder, const char* name, const std::vector<std::uint8_t>& bytes)
+{
+    WriteBytes(folder.HostPath(name), {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+}
+
+constexpr char Sample[] = "version 700\nhex One clean 41 42 43 44 ?? 45\nhex Two 4142434445464748\n"
+                          "sha256 Three size=9 ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad\n";
+
+} // namespace
+
+TEST(PatternFile, EveryDamageIsNoticed)
+{
+    const auto good = Compiled(Sample);
+    ASSERT_TRUE(ReadPatternFile(good));
+    for (std::size_t i = 0; i < good.size(); ++i) {
+        auto bad = good;
+        bad[i] ^= 0x40;
+        EXPECT_FALSE(ReadPatternFile(bad)) << i;
+        EXPECT_FALSE(ReadPatternFile(std::span(good).first(i))) << i;
+    }
+    auto longer = good;
+    longer.push_back(0);
+    EXPECT_FALSE(ReadPatternFile(longer));
+}
+
+TEST(PatternFile, HostileEntriesDoNoHarm)
+{
+    const auto good = Compiled(Sample);
+    EXPECT_TRUE(TryPatternFile(good));
+    std::mt19937 random(11);
+    int accepted = 0;
+    for (int round = 0; round < 20000; ++round) {
+        auto bytes = good;
+        for (auto n = random() % 4 + 1; n > 0; --n)
+            bytes[8 + random() % (bytes.size() - 8)] = static_cast<std::uint8_t>(random());
+        if (random() % 4 == 0)
+            bytes.resize(random() % (bytes.size() + 1));
+        accepted += TryPatternFile(bytes);
+    }
+    EXPECT_GT(accepted, 0); // the entries were reached
+}
+
+TEST(PatternFolder, TheNewestUsableFileIsTaken)
+{
+    const TempFolder folder;
+    EXPECT_FALSE(LoadSet(folder.HostPath(), AS_RELOAD_ALL, nullptr).set);
+    Put(folder, "ptf$qrv.003", Compiled("version 300\nhex Old 41424344\n"));
+    Put(folder, "ptf$qrv.001", Compiled("version 1001\nhex New 41424344\nhex Newer 45464748\n")); // 1001 > 300
+    Put(folder, "rb_ptf$qrv.009", Compiled("version 9000\nhex Back 41424344\n"));
+    LoadedSet loaded = LoadSet(folder.HostPath(), AS_RELOAD_ALL, nullptr);
+    ASSERT_TRUE(loaded.set);
+    EXPECT_FALSE(loaded.broken);
+    EXPECT_EQ(loaded.set->VirusVersion(), 1001u);
+
+    auto broken = Compiled("version 2000\nhex Bad 41424344\n");
+    broken.back() ^= 1;
+    Put(folder, "ptf$qrv.020", broken);
+    loaded = LoadSet(folder.HostPath(), AS_RELOAD_ALL, loaded.set.get());
+    ASSERT_TRUE(loaded.set);
+    EXPECT_TRUE(loaded.broken);
+    EXPECT_EQ(loaded.set->VirusVersion(), 1001u);
+    EXPECT_EQ(loaded.set->Generation(), 1u);
+
+    // A file of another kind under the name of this one.
+    Put(folder, "ptf$spy.001", Compiled("version 5000\nhex Wrong 41424344\n"));
+    EXPECT_TRUE(LoadSet(folder.HostPath(), AS_RELOAD_SPYWARE, loaded.set.get()).broken);
+}
+
+TEST(SignatureText, ErrorsNameTheLine)
+{
+    std::string error;
+    for (const char* bad : {"hex X 41 4Z 43 44", "hex X 41 ?? 43 ?? 44", "hex X 414243", "hex 41424344", "sha256 X 00",
+                            "version x", "kind x", "other"}) {
+        EXPECT_FALSE(ParseSignatures(std::string("# first\n") + bad + "\n", error)) << bad;
+        EXPECT_EQ(error.substr(0, 7), "line 2:") << error;
+    }
+}

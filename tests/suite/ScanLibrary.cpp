@@ -1,0 +1,148 @@
+#include "tests/suite/ScanLibrary.h"
+
+#include "tools/ptfc/SignatureText.h"
+
+#include <gtest/gtest.h>
+
+#ifndef _WIN32
+#include <dlfcn.h>
+#endif
+
+namespace vlt::test
+{
+namespace
+{
+
+std::string Hex(const char* text)
+{
+    constexpr char Digits[] = "0123456789ABCDEF";
+    std::string hex;
+    for (; *text; ++text) {
+        hex += Digits[static_cast<unsigned char>(*text) >> 4];
+        hex += Digits[static_cast<unsigned char>(*text) & 15];
+    }
+    return hex;
+}
+
+} // namespace
+
+std::string NarrowText(const WCHAR* text)
+{
+    std::string result;
+    for (; *text; ++text)
+        result += static_cast<char>(*text);
+    return result;
+}
+
+ScanLibrary::ScanLibrary(const std::string& ini)
+{
+    WritePatterns("ptf$qrv.001", std::string("version 100\nhex Test-Virus ") + Hex(ThreatText) + "\n");
+    WriteBytes(m_folder.HostPath("ArdScan.ini"), ini);
+    const auto path = ProductFolder() / "ArdScan.dll";
+#ifdef _WIN32
+    m_module = LoadLibraryW(path.c_str());
+#else
+    m_module = static_cast<HMODULE>(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL));
+#endif
+    EXPECT_NE(m_module, nullptr);
+    const WString folder = m_folder.PathW() + TEXT("\\");
+    AsInitRecord record{};
+    record.appFolder = record.patternFolder = folder.c_str();
+    record.version = AS_INIT_VERSION;
+    m_handle = Entry<ASInitScanW_t>("ASInitScanW")(2, &record, 1);
+    EXPECT_NE(m_handle, nullptr) << record.reason;
+}
+
+ScanLibrary::~ScanLibrary()
+{
+    HoldCallbacks(false);
+    EXPECT_EQ(Entry<ASDeInitScan_t>("ASDeInitScan")(m_handle), 1);
+#ifdef _WIN32
+    FreeLibrary(m_module);
+#else
+    dlclose(m_module);
+#endif
+}
+
+void* ScanLibrary::Find(const char* name) const
+{
+#ifdef _WIN32
+    void* entry = reinterpret_cast<void*>(GetProcAddress(m_module, name));
+#else
+    void* entry = dlsym(m_module, name);
+#endif
+    EXPECT_NE(entry, nullptr) << name;
+    return entry;
+}
+
+AsConfigRecord ScanLibrary::Config(std::uint32_t directions)
+{
+    AsConfigRecord record{};
+    record.firstAction = AS_ACTION_CLEAN;
+    record.secondAction = AS_ACTION_QUARANTINE;
+    record.extractSizeLimit = 0xFFFFFFFFu;
+    record.directionMask = directions;
+    record.extensionList[0] = '*';
+    record.monitorNetwork = 1;
+    record.detectionCallback = record.spywareCallback = &OnDetection;
+    record.detectionContext = record.spywareContext = this;
+    return record;
+}
+
+bool ScanLibrary::Configure(const AsConfigRecord& record) const
+{
+    return Entry<ASSetConfigW_t>("ASSetConfigW")(m_handle, &record) == 1;
+}
+
+bool ScanLibrary::Start() const
+{
+    return Entry<ASStartScan_t>("ASStartScan")(m_handle) == 1;
+}
+bool ScanLibrary::Stop() const
+{
+    return Entry<ASStopScan_t>("ASStopScan")(m_handle, 0) == 1;
+}
+
+void ScanLibrary::WritePatterns(const char* name, const std::string& signatures) const
+{
+    std::string error;
+    const auto file = scan::ParseSignatures(signatures, error);
+    ASSERT_TRUE(file) << error;
+    const auto bytes = scan::WritePatternFile(*file);
+    WriteBytes(m_folder.HostPath(name), {reinterpret_cast<const char*>(bytes->data()), bytes->size()});
+}
+
+std::string ScanLibrary::StatusText() const
+{
+    return ReadBytes(m_folder.HostPath("ArdScan.status"));
+}
+
+unsigned long ScanLibrary::Status(const std::string& key) const
+{
+    const std::string text = StatusText();
+    const auto at = text.find("\"" + key + "\": ");
+    return at == std::string::npos ? 0 : std::strtoul(text.c_str() + at + key.size() + 4, nullptr, 10);
+}
+
+std::vector<AsDetectionRecord> ScanLibrary::Detections() const
+{
+    const std::lock_guard lock(m_lock);
+    return m_detections;
+}
+
+void ScanLibrary::HoldCallbacks(bool hold)
+{
+    const std::lock_guard lock(m_lock);
+    m_hold = hold;
+    m_released.notify_all();
+}
+
+void CALLBACK ScanLibrary::OnDetection(void* context, const AsDetectionRecord* record)
+{
+    auto& self = *static_cast<ScanLibrary*>(context);
+    std::unique_lock lock(self.m_lock);
+    self.m_detections.push_back(*record);
+    self.m_released.wait(lock, [&] { return !self.m_hold; });
+}
+
+} // namespace vlt::test
