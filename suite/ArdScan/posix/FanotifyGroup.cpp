@@ -58,15 +58,27 @@ CFanotifyGroup::~CFanotifyGroup()
         const std::lock_guard lock(m_lock);
         m_leadFree.notify_all();
     }
-    // First nobody waits any more, then the threads: one of them may be in a callback for long.
+    // First nobody waits any more, then the threads: one of them may be in a callback for long. Everything
+    // is answered, not only left to the closing of the group, which a forked process would hold open.
+    RemoveMarks();
     for (Slot& slot : m_slots)
         AnswerFor(slot);
-    // The rest is in the queue of the kernel or in ours; closing the group lets it pass. The descriptor's
-    // number stays in use until the threads are gone.
+    {
+        const std::lock_guard lock(m_lock);
+        for (const Event& event : m_queue) {
+            Respond(event.file, m_lateAllow);
+            close(event.file);
+        }
+        m_queue.clear();
+    }
+    for (Event event; ReadEvent(event);) {
+        Respond(event.file, m_lateAllow);
+        close(event.file);
+    }
     Fail(nullptr);
     for (std::thread& thread : m_threads)
         thread.join();
-    for (const Event& event : m_queue)
+    for (const Event& event : m_queue) // read while this went on
         close(event.file);
 }
 
@@ -93,10 +105,15 @@ void CFanotifyGroup::Forget(int file)
     fanotify_mark(m_fan.Get(), FAN_MARK_REMOVE | FAN_MARK_IGNORED_MASK, m_permissions, file, nullptr);
 }
 
+void CFanotifyGroup::RemoveMarks()
+{
+    for (const unsigned kind : {0u, unsigned{FAN_MARK_MOUNT}, unsigned{FAN_MARK_FILESYSTEM}})
+        fanotify_mark(m_fan.Get(), FAN_MARK_FLUSH | kind, 0, AT_FDCWD, nullptr);
+}
+
 void CFanotifyGroup::Drain()
 {
-    for (const unsigned kind : {0u, static_cast<unsigned>(FAN_MARK_MOUNT), static_cast<unsigned>(FAN_MARK_FILESYSTEM)})
-        fanotify_mark(m_fan.Get(), FAN_MARK_FLUSH | kind, 0, AT_FDCWD, nullptr);
+    RemoveMarks();
     const std::int64_t end = Now() + m_timeout;
     const auto busy = [&] {
         bool stopped;

@@ -70,6 +70,7 @@ private:
     struct Worker;
 
     static std::int64_t Now();
+    void RemoveMarks();
     bool ReadEvent(Event& event);
     void Respond(int file, bool allow);
     void Fail(const char* what);
