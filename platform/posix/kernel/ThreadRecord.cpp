@@ -24,7 +24,7 @@
 namespace vlt::posix
 {
 
-thread_local constinit ThreadSelf t_self __attribute__((tls_model("initial-exec")));
+thread_local constinit ThreadSelf t_self __attribute__((tls_model("initial-exec"), visibility("hidden")));
 
 namespace
 {

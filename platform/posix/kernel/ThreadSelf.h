@@ -28,7 +28,7 @@ struct ThreadSelf {
     Interruptible* volatile wait = nullptr;
     std::uint32_t id = 0;
 };
-extern thread_local constinit ThreadSelf t_self __attribute__((tls_model("initial-exec")));
+extern thread_local constinit ThreadSelf t_self __attribute__((tls_model("initial-exec"), visibility("hidden")));
 
 // Ends the calling thread, whose termination was requested.
 [[noreturn]] void EndTerminatedThread() noexcept;
