@@ -3,6 +3,8 @@
 #include "platform/Format.h"
 #include "platform/Text.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cstdlib>
 #include <sstream>
@@ -240,55 +242,71 @@ testing::AssertionResult Installation::Live()
     return Reaches(SERVICE_STOPPED);
 }
 
-std::vector<Json> Installation::Recorded() const
+std::vector<Record> Installation::Recorded() const
 {
-    std::vector<Json> records;
-    std::istringstream text(ReadBytes(File("recorded.log")));
-    for (std::string line; std::getline(text, line);) {
-        Json record = Json::parse(line, nullptr, false);
-        if (!record.is_discarded())
-            records.push_back(std::move(record));
-    }
-    return records;
+    return ParseLines(ReadBytes(File("recorded.log")));
 }
 
-std::vector<Json> Installation::Calls(std::string_view name) const
+std::vector<Record> Installation::Calls(std::string_view name) const
 {
-    std::vector<Json> calls = Recorded();
-    std::erase_if(calls, [&](const Json& record) { return record["call"] != name; });
+    std::vector<Record> calls = Recorded();
+    std::erase_if(calls, [&](const Record& record) { return record["call"] != name; });
     return calls;
-}
-
-std::string Installation::Line(const Json& record)
-{
-    const std::string call = record["call"];
-    std::string line;
-    if (call == "TraceExA" || call == "TraceA") {
-        line = (call == "TraceA" ? "TraceA " : "") + record["level"].dump() + ' ' +
-               record["source"].get<std::string>() + ' ' + record["text"].get<std::string>();
-        const bool named = call == "TraceA" || (record["module"] == "VlntSrv" && record["one"] == 1);
-        return named && record["line"].get<int>() > 0 ? line : "MALFORMED " + record.dump();
-    }
-    line = call;
-    for (const auto& [key, value] : record.items()) {
-        if (key == "handle" && value != true)
-            line += " OTHER HANDLE";
-        else if (key == "arguments")
-            line += value.get<std::string>();
-        else if (key != "from" && key != "call" && key != "handle" && key != "record" && key != "processId")
-            line += ' ' + key + '=' + (value.is_string() ? value.get<std::string>() : value.dump());
-    }
-    return line;
 }
 
 std::vector<std::string> Installation::Transcript(std::string_view from) const
 {
     std::vector<std::string> lines;
-    for (const Json& record : Recorded()) {
+    for (const Record& record : Recorded()) {
         if (from.empty() || record["from"] == from)
-            lines.push_back(Line(record));
+            lines.push_back(record.Line());
     }
     return lines;
+}
+
+std::vector<Record> ParseLines(const std::string& text)
+{
+    std::vector<Record> records;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        const auto json = nlohmann::ordered_json::parse(line, nullptr, false);
+        if (!json.is_object())
+            continue;
+        Record& record = records.emplace_back();
+        for (const auto& [key, value] : json.items())
+            record.members.emplace_back(key, value.is_string() ? value.get<std::string>() : value.dump());
+    }
+    return records;
+}
+
+const std::string& Record::operator[](std::string_view name) const
+{
+    const auto found =
+        std::find_if(members.begin(), members.end(), [&](const auto& member) { return member.first == name; });
+    return found != members.end() ? found->second : throw std::out_of_range("no member " + std::string(name));
+}
+
+std::string Record::Line() const
+{
+    const Record& record = *this;
+    const std::string& call = record["call"];
+    if (call == "TraceExA" || call == "TraceA") {
+        const bool named = call == "TraceA" || (record["module"] == "VlntSrv" && record["one"] == "1");
+        const char* const kind = !named || std::stoi(record["line"]) <= 0 ? "MALFORMED "
+                                 : call == "TraceA"                       ? "TraceA "
+                                                                          : "";
+        return kind + record["level"] + ' ' + record["source"] + ' ' + record["text"];
+    }
+    std::string line = call;
+    for (const auto& [key, value] : members) {
+        if (key == "handle")
+            line += value == "true" ? "" : " OTHER HANDLE";
+        else if (key == "arguments")
+            line += value;
+        else if (key != "from" && key != "call" && key != "record" && key != "processId")
+            line += ' ' + key + '=' + value;
+    }
+    return line;
 }
 
 std::vector<std::string> Installation::StatusReports() const
@@ -354,14 +372,10 @@ testing::AssertionResult Holds(const std::vector<std::string>& actual, const std
     return testing::AssertionFailure() << "missing: " << expected[found] << "\n" << Listing(actual);
 }
 
-std::vector<Json> EventLog()
+std::vector<Record> EventLog()
 {
-    std::vector<Json> entries;
     const char* const root = std::getenv("VLT_ROOT");
-    std::istringstream text(kOwnPlatform && root ? ReadBytes(fs::path(root) / "eventlog" / "application.jsonl") : "");
-    for (std::string line; std::getline(text, line);)
-        entries.push_back(Json::parse(line, nullptr, false));
-    return entries;
+    return ParseLines(kOwnPlatform && root ? ReadBytes(fs::path(root) / "eventlog" / "application.jsonl") : "");
 }
 
 } // namespace vlt::test

@@ -6,15 +6,26 @@
 #include "tests/support/Support.h"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
-
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vlt::test
 {
 
-using Json = nlohmann::ordered_json;
+// One JSON object as texts: strings as they are, everything else as JSON.
+struct Record {
+    std::vector<std::pair<std::string, std::string>> members;
+
+    // Throws std::out_of_range for a member that is not there.
+    const std::string& operator[](std::string_view name) const;
+
+    // For a transcript.
+    std::string Line() const;
+};
+
+// One object for each line that is one.
+std::vector<Record> ParseLines(const std::string& text);
 
 // What lies beside the service program: variants of the recording libraries, empty for none.
 struct Layout {
@@ -63,13 +74,12 @@ public:
     [[nodiscard]] testing::AssertionResult Live();
 
     // What was recorded, and its calls of one name.
-    std::vector<Json> Recorded() const;
-    std::vector<Json> Calls(std::string_view name) const;
+    std::vector<Record> Recorded() const;
+    std::vector<Record> Calls(std::string_view name) const;
 
     // One line for each record, in order: "40 .\file.cpp text" for a trace line, "Name argument=value"
     // for a call, "run arguments" for the command program. Empty `from` takes all.
     std::vector<std::string> Transcript(std::string_view from = {}) const;
-    static std::string Line(const Json& record);
 
     // Every status report of the service since the installation, as "state checkpoint hint accepted
     // exit", in order. Only where the platform can tell: see HasStatusReports.
@@ -103,6 +113,6 @@ testing::AssertionResult Matches(const std::vector<std::string>& actual, const s
 testing::AssertionResult Holds(const std::vector<std::string>& actual, const std::vector<std::string>& expected);
 
 // The entries of the machine's event log, oldest first; empty on Windows, which keeps them elsewhere.
-std::vector<Json> EventLog();
+std::vector<Record> EventLog();
 
 } // namespace vlt::test

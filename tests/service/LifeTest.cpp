@@ -51,8 +51,8 @@ TEST(ServiceLife, StartAndStopDoEverythingInOrder)
     ExpectReports(service, kLife);
 
     // The initialisation record to the byte, but for its two pointers.
-    const Json init = service.Calls("ASInitScanW").at(0);
-    EXPECT_EQ(init["processId"], status.dwProcessId);
+    const Record init = service.Calls("ASInitScanW").at(0);
+    EXPECT_EQ(init["processId"], std::to_string(status.dwProcessId));
     auto record = FromHexadecimal<AsInitRecord>(init["record"]);
     EXPECT_TRUE(record.appFolder != nullptr && record.appFolder == record.patternFolder);
     AsInitRecord expected{};
@@ -205,12 +205,12 @@ TEST_P(ServiceStart, FailureEndsItAsStoppedWithCodeZero)
     EXPECT_TRUE(file.bytes.size() == odd || (!Installation::HasStatusReports() && file.bytes.size() == odd + 2));
     EXPECT_EQ(ReadValue(kEventSourceKey, "TypesSupported", 0).bytes, std::string("\7\0\0\0", 4));
     if (Installation::HasStatusReports()) {
-        const std::vector<Json> events = EventLog();
+        const std::vector<Record> events = EventLog();
         ASSERT_EQ(events.size(), 1u);
         EXPECT_EQ(events[0]["source"], "Veltrano Realtime Service");
-        EXPECT_EQ(events[0]["id"], 0xA0000003u);
+        EXPECT_EQ(events[0]["id"], std::to_string(0xA0000003u));
         EXPECT_EQ(events[0]["type"], "error");
-        const std::string text = events[0]["strings"].at(0);
+        const std::string text = events[0]["strings"];
         EXPECT_NE(text.find("reinstall"), std::string::npos) << text;
     }
 }
@@ -274,9 +274,9 @@ TEST(ServiceLife, TheOperatorsToolDrivesIt)
     };
     const std::string started = vlctl({"service", "start"}, 0);
     EXPECT_EQ(started, "running, process " + std::to_string(service.Status().dwProcessId) + "\n");
-    const Json status = Json::parse(vlctl({"service", "status", "--json"}, 0), nullptr, false);
-    EXPECT_EQ(status["state"], "running");
-    EXPECT_EQ(status["controlsAccepted"], 5);
+    const std::string status = vlctl({"service", "status", "--json"}, 0);
+    EXPECT_NE(status.find("\"state\": \"running\""), std::string::npos) << status;
+    EXPECT_NE(status.find("\"controlsAccepted\": 5"), std::string::npos) << status;
     EXPECT_TRUE(Eventually(20000, [&] {
         return vlctl({"log", "--json"}, std::filesystem::exists(service.File("Log")) ? 0 : 1).find("\"Threat\"") !=
                std::string::npos;

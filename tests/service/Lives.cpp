@@ -75,9 +75,9 @@ Lines Join(std::initializer_list<Lines> parts)
 Lines WithoutTrace(const Installation& service)
 {
     Lines lines;
-    for (const Json& record : service.Recorded()) {
+    for (const Record& record : service.Recorded()) {
         if (record["from"] != "vldbg64")
-            lines.push_back(Installation::Line(record));
+            lines.push_back(record.Line());
     }
     return lines;
 }

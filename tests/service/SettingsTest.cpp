@@ -2,6 +2,7 @@
 // and the monitoring switch.
 #include "ARDCommon/CipheredValueFormat.h"
 #include "engine/ArdScanAbi.h"
+#include "platform/Format.h"
 #include "platform/Text.h"
 #include "tests/service/Lives.h"
 
@@ -43,9 +44,9 @@ AsConfigRecord DefaultConfig(const Installation& service)
 AsConfigRecord ConfigOf(const Installation& service)
 {
     AsConfigRecord config{};
-    const std::vector<Json> calls = service.Calls("ASSetConfigW");
+    const std::vector<Record> calls = service.Calls("ASSetConfigW");
     EXPECT_EQ(calls.size(), 1u);
-    const std::string text = calls.empty() ? "" : calls[0]["record"].get<std::string>();
+    const std::string text = calls.empty() ? "" : calls[0]["record"];
     EXPECT_EQ(text.size(), 2 * sizeof config);
     auto* bytes = reinterpret_cast<unsigned char*>(&config);
     for (std::size_t i = 0; 2 * i + 1 < text.size(); ++i)
@@ -350,4 +351,31 @@ TEST(ServiceSettings, TheDebugLogIsExcludedOnlyAtItsDefaultPlace)
             EXPECT_EQ(service.Calls("ASSetExceptionFilePathW").size(), 2u);
         }
     }
+}
+
+// The recycle folders are protected only together with the user's start-up folders, and come first.
+TEST(ServiceSettings, ProtectedFoldersReachTheLibraryAsOneMultiString)
+{
+    Installation service;
+    std::filesystem::create_directories(service.File("Office/XLStart"));
+    const WString root = service.Folder() + TEXT("Office\\");
+    constexpr const WCHAR* kOfficeKey = TEXT("SOFTWARE\\Microsoft\\Office\\9.0\\Excel\\InstallRoot");
+    service.SetBytes(kOfficeKey, "path", REG_SZ, Utf16(root + WCHAR(0)));
+    ASSERT_TRUE(service.Live());
+    WString list;
+    for (char letter = 'A'; letter <= 'Z'; ++letter) {
+        const std::string drive = std::string(1, letter) + ":\\";
+        if (GetDriveTypeA(drive.c_str()) == DRIVE_FIXED)
+            list += vlt::ToWide(drive + "Recycled\\") + WCHAR(0) + vlt::ToWide(drive + "Recycler\\") + WCHAR(0);
+    }
+    list += root + TEXT("XLStart\\") + WCHAR(0) + WCHAR(0);
+    std::string expected;
+    for (const char c : Utf16(list))
+        expected += vlt::Format("%02x", static_cast<unsigned char>(c));
+    EXPECT_EQ(service.Calls("ASSetConfigW").at(0)["protectedFolders"], expected);
+    const std::string folder = vlt::ToNarrow(root, CP_UTF8) + "XLStart\\*";
+    EXPECT_TRUE(
+        Holds(service.Transcript(), {"40 .\\Settings.cpp strVirusForbidList length: " + std::to_string(folder.size()),
+                                     "40 .\\Settings.cpp strVirusForbidList(" + folder + ")"}));
+    RegDeleteKeyExW(HKEY_LOCAL_MACHINE, kOfficeKey, KEY_WOW64_32KEY, 0);
 }
