@@ -69,11 +69,13 @@ int main()
     Folder guarded = MakeFolder(parent, "guarded");
     Folder hashed = MakeFolder(parent, "hashed");
     Folder answered = MakeFolder(parent, "answered");
+    Folder ignored = MakeFolder(parent, "ignored");
     Folder free = MakeFolder(parent, "free");
     bench::ServiceFixture service(guarded.path);
     service.Start();
     {
         const bench::Responder hash(hashed.path, bench::Responder::Work::Hash);
+        const bench::Responder ignore(ignored.path, bench::Responder::Work::Ignore);
         const bench::Responder nothing(answered.path, bench::Responder::Work::Nothing);
         bench::Title("open + close of a clean 4 KB file");
         bench::Compare({FirstOpens("first, guarded by the service", guarded),
@@ -81,6 +83,7 @@ int main()
                         FirstOpens("responder that does nothing", answered), FirstOpens("no guard", free)},
                        {1.3}, {.operations = FilesEachRound, .rounds = Rounds});
         bench::Compare({RepeatedOpens("repeated, guarded by the service", guarded), RepeatedOpens("no guard", free),
+                        RepeatedOpens("bare kernel mark that is ignored", ignored),
                         RepeatedOpens("responder that does nothing", answered)},
                        {1.1}, {.operations = 2000, .rounds = Rounds});
     }

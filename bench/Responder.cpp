@@ -39,6 +39,8 @@ void HashFile(int file, EVP_MD_CTX* context)
             const fanotify_response response{event->fd, FAN_ALLOW};
             if (write(group, &response, sizeof response) < 0)
                 _exit(1);
+            if (work == Responder::Work::Ignore)
+                fanotify_mark(group, FAN_MARK_ADD | FAN_MARK_IGNORED_MASK, FAN_OPEN_PERM, event->fd, nullptr);
             close(event->fd);
         }
     }

@@ -16,9 +16,9 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <ctime>
 #include <deque>
 #include <mutex>
-#include <ctime>
 #include <string>
 #include <sys/stat.h>
 #include <thread>
@@ -80,7 +80,8 @@ private:
     void PassLead(bool& lead);
     void Handle(Worker& worker, const Event& event);
     bool AnswersAtOnce(Worker& worker, const Event& event);
-    void KeepVerdict(int file, const struct stat& before, const timespec& seen);
+    std::ptrdiff_t Read(Worker& worker, int file, dev_t device, std::span<std::uint8_t> buffer, off_t offset);
+    void Ignore(int file);
 
     void Begin(Slot& slot, const Event& event);
     bool Refuse(Slot& slot);

@@ -36,29 +36,42 @@ bool SameContent(const struct stat& a, const struct stat& b)
            Nanoseconds(a.st_ctim) == Nanoseconds(b.st_ctim);
 }
 
-// While it is held nobody can begin to write the file. Held for a few system calls at most: a writer
-// waits for it meanwhile. It is refused when the file is open for writing, and where the file system
+// While it is held nobody can begin to write the file. Held for the scan of a small file at most: a
+// writer waits for it meanwhile. It is refused when the file is open for writing, and where the file system
 // has no leases. The signal that announces a waiting writer is one that is ignored by default.
 class CReadLease
 {
 public:
     explicit CReadLease(int file) : m_file(file)
     {
-        m_held = fcntl(file, F_SETSIG, SIGURG) == 0 && fcntl(file, F_SETLEASE, F_RDLCK) == 0;
+        if (fcntl(file, F_SETSIG, SIGURG) == 0)
+            Take();
     }
-    ~CReadLease()
-    {
-        if (m_held)
-            fcntl(m_file, F_SETLEASE, F_UNLCK);
-    }
+    ~CReadLease() { Release(); }
     CReadLease(const CReadLease&) = delete;
     CReadLease& operator=(const CReadLease&) = delete;
     bool Held() const { return m_held; }
+    bool Take() { return m_held = fcntl(m_file, F_SETLEASE, F_RDLCK) == 0; }
+    void Release()
+    {
+        if (m_held)
+            fcntl(m_file, F_SETLEASE, F_UNLCK);
+        m_held = false;
+    }
 
 private:
     int m_file;
-    bool m_held;
+    bool m_held = false;
 };
+
+// For a file whose lease was given up for the scan: takes it again and compares.
+bool IsUnchanged(int file, const struct stat& before, const timespec& seen, CReadLease& lease)
+{
+    struct stat after {
+    };
+    return lease.Take() && fstat(file, &after) == 0 && SameContent(before, after) &&
+           Nanoseconds(after.st_ctim) <= Nanoseconds(seen) - RacyNanoseconds;
+}
 
 } // namespace
 
@@ -172,6 +185,10 @@ void CFanotifyGroup::Handle(Worker& worker, const Event& event)
     CJudge& judge = worker.judge;
     timespec seen{};
     clock_gettime(CLOCK_REALTIME_COARSE, &seen);
+    // A file that is open for writing can change under the scan and through a mapping even without a
+    // trace: its verdict is not kept. Asked before the scan, since such a writer may end during it.
+    CReadLease lease(file.Get());
+    const bool stable = lease.Held();
     struct stat info {
     };
     const bool regular = fstat(file.Get(), &info) == 0 && S_ISREG(info.st_mode);
@@ -185,28 +202,22 @@ void CFanotifyGroup::Handle(Worker& worker, const Event& event)
         m_context.status.Touch();
         return;
     }
-    // A file that is open for writing can change under the scan and through a mapping even without a
-    // trace: its verdict is not kept. Asked before the scan too, since such a writer may end during it.
-    const bool stable = CReadLease(file.Get()).Held();
-    if (info.st_size > QuickSize)
+    if (info.st_size > QuickSize) {
+        lease.Release();
         PassLead(worker.lead);
+    }
     off_t offset = 0;
     const auto read = [&](std::span<std::uint8_t> buffer) -> std::ptrdiff_t {
-        iovec part{buffer.data(), buffer.size()};
-        ssize_t count = worker.lead ? preadv2(file.Get(), &part, 1, offset, RWF_NOWAIT) : -1;
-        if (count < 0) {
-            if (worker.lead && errno != EOPNOTSUPP)
-                PassLead(worker.lead); // from disk
-            do
-                count = preadv(file.Get(), &part, 1, offset);
-            while (count < 0 && errno == EINTR);
-        }
+        if (lease.Held() && offset == info.st_size)
+            return 0; // nobody can have made it longer
+        const std::ptrdiff_t count = Read(worker, file.Get(), info.st_dev, buffer, offset);
         offset += count > 0 ? count : 0;
         return count;
     };
     Threat threat{};
     const Verdict verdict = judge.Scan(static_cast<std::uint64_t>(info.st_size), read, threat);
     if (verdict == Verdict::Infected) {
+        lease.Release();
         const bool pass = judge.Current().policy.firstAction <= AS_ACTION_PASS;
         bool denied = !pass && Refuse(worker.slot);
         if (!pass && !denied) {
@@ -224,24 +235,45 @@ void CFanotifyGroup::Handle(Worker& worker, const Event& event)
         Answer(worker.slot, !denied);
     } else {
         const bool inTime = Answer(worker.slot, true);
-        if (verdict == Verdict::Clean && stable && inTime)
-            KeepVerdict(file.Get(), info, seen);
+        if (verdict == Verdict::Clean && stable && inTime &&
+            (lease.Held() || IsUnchanged(file.Get(), info, seen, lease)))
+            Ignore(file.Get());
+    }
+    lease.Release();
+    if (!judge.Current().policy.callbacks.lastScan) { // nobody asks which file it was
+        m_context.status.Touch();
+        return;
     }
     if (name.empty())
         name = ToWindows(PathOfOpenFile(file.Get()));
     m_context.status.Scanned(name);
 }
 
-// The kernel keeps the verdict until the file is written. Under the lease nobody can begin to write
-// between the comparison and the mark, so a change is either seen here or clears the mark.
-void CFanotifyGroup::KeepVerdict(int file, const struct stat& before, const timespec& seen)
+// The lead is passed on before bytes come from disk, as far as the file system can say that they would.
+std::ptrdiff_t CFanotifyGroup::Read(Worker& worker, int file, dev_t device, std::span<std::uint8_t> buffer,
+                                    off_t offset)
 {
-    const CReadLease lease(file);
-    struct stat after {
-    };
-    if (!lease.Held() || fstat(file, &after) != 0 || !SameContent(before, after) ||
-        Nanoseconds(after.st_ctim) > Nanoseconds(seen) - RacyNanoseconds)
-        return;
+    iovec part{buffer.data(), buffer.size()};
+    if (worker.lead && worker.unaskable != device) {
+        const ssize_t count = preadv2(file, &part, 1, offset, RWF_NOWAIT);
+        if (count >= 0)
+            return count;
+        if (errno == EOPNOTSUPP)
+            worker.unaskable = device;
+        else
+            PassLead(worker.lead);
+    }
+    ssize_t count;
+    do
+        count = preadv(file, &part, 1, offset);
+    while (count < 0 && errno == EINTR);
+    return count;
+}
+
+// The kernel keeps the verdict until the file is written. Under a lease nobody can begin to write between
+// the scan, or the comparison with what was there before it, and the mark.
+void CFanotifyGroup::Ignore(int file)
+{
     const unsigned flags = FAN_MARK_ADD | FAN_MARK_IGNORED_MASK;
     int result = -1;
     if (m_evictable) { // such a mark does not hold the file's inode in memory

@@ -12,6 +12,7 @@ struct CFanotifyGroup::Worker {
     CJudge judge;
     Slot& slot;
     bool lead = false;
+    dev_t unaskable = 0; // a file system that cannot say what it has in memory
 };
 
 } // namespace vlt::scan
