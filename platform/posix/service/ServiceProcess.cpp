@@ -84,6 +84,16 @@ Texts Environment(const ServiceConfig& config, int channel)
     for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGPIPE, SIGPWR})
         signal(number, SIG_DFL);
     fcntl(channel, F_SETFD, 0);
+    // Whoever reads the starter's output to its end, or waits for a lock that it holds, must not wait
+    // for the service. Standard error stays, for the last words of a run-time library.
+    const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (null >= 0) {
+        dup2(null, STDIN_FILENO);
+        dup2(null, STDOUT_FILENO);
+    }
+    if (channel > 3)
+        close_range(3, static_cast<unsigned>(channel - 1), 0);
+    close_range(static_cast<unsigned>(channel + 1), ~0U, 0);
     execve(program, arguments, environment);
     report = {ChannelReport::ExecFailed, static_cast<std::uint32_t>(errno)};
     sent = send(channel, &report, sizeof(report), MSG_NOSIGNAL);
