@@ -49,10 +49,12 @@ TEST(AfterWrite, FindsWhatIsWrittenOrMovedIntoOldAndNewFolders)
     WriteElsewhere(guarded.HostPath("new/deep/third.txt"));
     EXPECT_TRUE(Eventually(Limit, [&] { return Found(library, "third.txt"); }));
     for (int round = 0; round < 200; ++round) {
-        fs::create_directories(guarded.HostPath("storm/a"));
-        WriteBytes(guarded.HostPath("storm/a/x"), "harmless");
+        const fs::path storm = guarded.HostPath("storm" + std::to_string(round));
+        fs::create_directories(storm / "a");
+        WriteBytes(storm / "a" / "x", "harmless");
         std::error_code busy; // the scanner may have it open
-        fs::remove_all(guarded.HostPath("storm"), busy);
+        for (const fs::path& each : {storm / "a" / "x", storm / "a", storm})
+            fs::remove(each, busy);
     }
     WriteElsewhere(guarded.HostPath("after.txt"));
     EXPECT_TRUE(Eventually(Limit, [&] { return Found(library, "after.txt"); }));

@@ -74,17 +74,9 @@ CWindowsGuard::~CWindowsGuard()
 {
     if (!m_port)
         return;
+    // The thread cancels the reads and ends when the last one has completed: the buffers stay until then.
     PostQueuedCompletionStatus(m_port, 0, 0, nullptr);
-    if (m_thread.joinable())
-        m_thread.join();
-    // A cancelled read still completes; its buffer stays until it has.
-    for (auto& [path, watch] : m_watches)
-        CancelIoEx(watch->folder, &watch->overlapped);
-    for (auto& [path, watch] : m_watches) {
-        DWORD size = 0;
-        GetOverlappedResult(watch->folder, &watch->overlapped, &size, TRUE);
-    }
-    m_watches.clear();
+    m_thread.join();
     CloseHandle(m_port);
 }
 
@@ -186,15 +178,20 @@ void CWindowsGuard::Drop(Watch& watch)
 
 void CWindowsGuard::Run()
 {
-    for (;;) {
+    bool stopping = false;
+    while (!stopping || !m_watches.empty()) {
         DWORD size = 0;
         ULONG_PTR key = 0;
         OVERLAPPED* overlapped = nullptr;
         const BOOL ok = GetQueuedCompletionStatus(m_port, &size, &key, &overlapped, INFINITE);
-        if (!overlapped)
-            return; // told to end
+        if (!overlapped) {
+            stopping = true;
+            for (auto& [path, watch] : m_watches)
+                CancelIoEx(watch->folder, &watch->overlapped);
+            continue;
+        }
         Watch& watch = *reinterpret_cast<Watch*>(key);
-        if (!ok) {
+        if (!ok || stopping) {
             Drop(watch);
             continue;
         }
