@@ -30,6 +30,19 @@ void Place(const fs::path& from, const fs::path& to)
         fs::copy_file(from, to);
 }
 
+// The service's own output goes nowhere, so a sanitizer in it reports to files of this name.
+constexpr char kSanitizerReport[] = "sanitizer";
+
+void ReportSanitizersTo(const std::string& path)
+{
+    for (const char* name : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
+        const char* const given = std::getenv(name);
+        std::string options = given ? given : "";
+        options = options.substr(0, options.find(":log_path=")) + ":log_path=" + path;
+        SetEnvironmentVariableW(ToWide(name).c_str(), ToWide(options).c_str());
+    }
+}
+
 void DeleteTree(HKEY parent, const WCHAR* key, REGSAM view)
 {
     {
@@ -102,8 +115,10 @@ Installation::Installation(const Layout& layout)
     }
     SetBytes(kProductKey, "Application Path", REG_SZ,
              {reinterpret_cast<const char*>(m_folderW.c_str()), (m_folderW.size() + 1) * sizeof(WCHAR)});
-    if (HasStatusReports())
+    if (kOwnPlatform) {
         SetEnvironmentVariableW(TEXT("VLT_SERVICE_TRACE"), ToWide(File("status.log").string()).c_str());
+        ReportSanitizersTo(File(kSanitizerReport).string());
+    }
 
     const ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_CREATE_SERVICE));
     const WString program = m_folderW + ToWide(Program().filename().string());
@@ -132,8 +147,15 @@ Installation::~Installation()
             TerminateProcess(process.Get(), 1);
         }
     }
+    // What a sanitizer finds at the end of the process comes after the last report.
+    if (kOwnPlatform)
+        Eventually(kDeadline, [&] { return Status().dwProcessId == 0; });
     Unregister();
     CleanMachine();
+    for (const auto& entry : fs::directory_iterator(m_folder.HostPath())) {
+        if (entry.path().filename().string().starts_with(kSanitizerReport))
+            ADD_FAILURE() << ReadBytes(entry.path());
+    }
 }
 
 void Installation::Unregister()
