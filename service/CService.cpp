@@ -178,8 +178,11 @@ void CService::ControlLoop()
     // Copies: after a failed start the events are closed while this thread waits for them, and the
     // service may be gone before the thread is.
     std::array<HANDLE, ControlEventCount> events{};
-    for (std::size_t i = 0; i < events.size(); ++i)
-        events[i] = m_controlEvents[i].Get();
+    {
+        const VlLock lock(m_statusLock);
+        for (std::size_t i = 0; i < events.size(); ++i)
+            events[i] = m_controlEvents[i].Get();
+    }
 
     for (;;) {
         switch (WaitForMultipleObjects(ControlEventCount, events.data(), FALSE, INFINITE)) {

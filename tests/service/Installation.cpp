@@ -148,8 +148,8 @@ Installation::~Installation()
         }
     }
     // What a sanitizer finds at the end of the process comes after the last report.
-    if (kOwnPlatform)
-        Eventually(kDeadline, [&] { return Status().dwProcessId == 0; });
+    if (m_process)
+        WaitForSingleObject(m_process.Get(), kDeadline);
     Unregister();
     CleanMachine();
     for (const auto& entry : fs::directory_iterator(m_folder.HostPath())) {
@@ -225,8 +225,10 @@ std::string Installation::Ini(const char* section, const char* key) const
 
 testing::AssertionResult Installation::Start()
 {
-    if (StartServiceW(m_service.Get(), 0, nullptr))
+    if (StartServiceW(m_service.Get(), 0, nullptr)) {
+        m_process.Reset(OpenProcess(SYNCHRONIZE, FALSE, Status().dwProcessId));
         return testing::AssertionSuccess();
+    }
     return testing::AssertionFailure() << "StartService: error " << GetLastError();
 }
 

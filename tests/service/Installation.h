@@ -90,6 +90,7 @@ private:
     TempFolder m_folder;
     WString m_folderW;
     ServiceHandle m_service;
+    KernelHandle m_process; // of the last start
 };
 
 // The bytes of a registry value of the machine, and its type; the type is REG_NONE when there is none.
