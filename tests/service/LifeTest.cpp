@@ -11,10 +11,12 @@ using namespace vlt::test;
 namespace
 {
 
-// Where only the platform's own manager shows every status report.
+// Where only the platform's own manager shows every status report. A report is shown to the manager
+// before it is written down.
 void ExpectReports(const Installation& service, const Lines& expected)
 {
     if (Installation::HasStatusReports()) {
+        Eventually(20000, [&] { return service.StatusReports().size() >= expected.size(); });
         EXPECT_TRUE(Matches(service.StatusReports(), expected));
     }
 }
