@@ -106,6 +106,8 @@ Verdict CJudge::Scan(std::uint64_t size, const ReadFunction& read, Threat& threa
 Verdict CJudge::ScanPath(const HostPath& path, std::uint32_t direction, bool lastTry)
 {
     Refresh();
+    if (m_context.status.IsOwnFile(path))
+        return Verdict::Skipped;
     const WString name = ToWindows(path);
     if (!WantsName(name))
         return Verdict::Skipped;

@@ -79,6 +79,12 @@ void CStatus::Start(const HostPath& file, std::function<void(const WString&)> la
     m_thread = std::thread([this] { Run(); });
 }
 
+bool CStatus::IsOwnFile(const HostPath& path) const
+{
+    return !m_file.empty() &&
+           (path == m_file || (path.extension() == ".new" && path.parent_path() / path.stem() == m_file));
+}
+
 void CStatus::Stop()
 {
     {

@@ -61,6 +61,8 @@ public:
 
     // An empty path writes no file. lastScan may be empty.
     void Start(const HostPath& file, std::function<void(const WString&)> lastScan);
+    // The status file, or its next version. Scanning it would change the status for ever.
+    bool IsOwnFile(const HostPath& path) const;
     // Writes the last state and ends the thread.
     void Stop();
 

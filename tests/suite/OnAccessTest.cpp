@@ -109,6 +109,46 @@ void Check(OnAccess&, ScanLibrary& library, const fs::path& clean)
 
 } // namespace
 
+VLT_CHILD(guard_until_killed)
+{
+    ScanLibrary library(args[0]);
+    library.HoldCallbacks(true);
+    if (!library.Configure(library.Config(AS_DIRECTION_OPEN)) || !library.Start())
+        return 1;
+    std::puts("guarding");
+    Eventually(Limit, [&] { return !library.Detections().empty(); });
+    std::puts("held");
+    pause();
+    return 0;
+}
+
+// Gives up what cannot be had back, so in a process of its own.
+VLT_CHILD(guard_unprivileged)
+{
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct data[2]{};
+    if (syscall(SYS_capget, &header, data) != 0)
+        return 1;
+    data[0].effective &= ~(1u << CAP_SYS_ADMIN);
+    if (syscall(SYS_capset, &header, data) != 0)
+        return 2;
+    ScanLibrary library(args[0]);
+    if (!library.Configure(library.Config()) || !library.Start())
+        return 3;
+    if (!Eventually(Limit, [&] { return library.StatusText().find("detection after write") != std::string::npos; }))
+        return 4;
+    const fs::path root = args[1];
+    fs::create_directories(root / "new/deep");
+    WriteBytes(root / "new/deep/bad", ThreatText);
+    if (mkfifo((root / "new/pipe").c_str(), 0600) != 0)
+        return 5;
+    fs::create_symlink(root / "new/deep/bad", root / "new/link");
+    if (!Eventually(Limit, [&] { return !library.Detections().empty(); }))
+        return 6;
+    const AsDetectionRecord record = library.Detections()[0];
+    return record.denied == 0 && NarrowText(record.infectedPath).ends_with("\\new\\deep\\bad") ? 0 : 7;
+}
+
 TEST_F(OnAccess, RefusesAnInfectedFileAndFillsTheRecord)
 {
     ScanLibrary library(Ini());
@@ -290,63 +330,17 @@ TEST_F(OnAccess, StopReleasesOpenersAndSoDoesTheDeathOfTheEngine)
         library.HoldCallbacks(false);
         stopper.join();
     }
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
-    const pid_t engine = Fork([&] {
-        ScanLibrary library(Ini("[Engine]\nAnswerTimeout=600000\n"));
-        library.HoldCallbacks(true);
-        if (!library.Configure(library.Config(AS_DIRECTION_OPEN)) || !library.Start())
-            return 1;
-        std::thread([&] {
-            Eventually(Limit, [&] { return !library.Detections().empty(); });
-            return write(ready[1], "x", 1);
-        }).detach();
-        pause();
-        return 0;
-    });
-    pid_t opener = -1;
-    // The opener that finds the engine at work waits in it; those before are let in.
-    ASSERT_TRUE(Eventually(Limit, [&] {
-        opener = Fork([&] { return TryOpen(File("bad")); });
-        usleep(20000);
-        return waitpid(opener, nullptr, WNOHANG) == 0;
-    }));
-    char byte;
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
-    kill(engine, SIGKILL);
+    Child engine("guard_until_killed", {Ini("[Engine]\nAnswerTimeout=600000\n")});
+    ASSERT_EQ(engine.ReadLine(Limit), "guarding");
+    const pid_t opener = Fork([&] { return TryOpen(File("bad")); });
+    ASSERT_EQ(engine.ReadLine(Limit), "held");
+    EXPECT_EQ(waitpid(opener, nullptr, WNOHANG), 0);
+    engine.Kill();
     EXPECT_EQ(ExitOf(opener), 0);
-    EXPECT_EQ(ExitOf(engine), 128 + SIGKILL);
 }
 
 TEST_F(OnAccess, WithoutThePrivilegeDetectsAfterWriteAndSaysSo)
 {
-    // In a child, since what is given up cannot be had back.
-    EXPECT_EQ(ExitOf(Fork([&] {
-                  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-                  __user_cap_data_struct data[2]{};
-                  if (syscall(SYS_capget, &header, data) != 0)
-                      return 1;
-                  data[0].effective &= ~(1u << CAP_SYS_ADMIN);
-                  if (syscall(SYS_capset, &header, data) != 0)
-                      return 2;
-                  ScanLibrary library(Ini());
-                  if (!library.Configure(library.Config()) || !library.Start())
-                      return 3;
-                  if (!Eventually(Limit, [&] {
-                          return library.StatusText().find("detection after write") != std::string::npos;
-                      }))
-                      return 4;
-                  fs::create_directories(File("new/deep"));
-                  WriteBytes(File("new/deep/bad"), ThreatText);
-                  if (mkfifo(File("new/pipe").c_str(), 0600) != 0)
-                      return 5;
-                  fs::create_symlink(File("new/deep/bad"), File("new/link"));
-                  if (!Eventually(Limit, [&] { return !library.Detections().empty(); }))
-                      return 6;
-                  const AsDetectionRecord record = library.Detections()[0];
-                  if (record.denied != 0 || !NarrowText(record.infectedPath).ends_with("\\new\\deep\\bad"))
-                      return 7;
-                  return 0;
-              })),
-              0);
+    Child engine("guard_unprivileged", {Ini(), File("").native()});
+    EXPECT_EQ(engine.Wait(2 * Limit), 0);
 }
