@@ -1,6 +1,7 @@
 // Folders, moving, copying, deleting and temporary names.
 #include "platform/Text.h"
 #include "platform/Unique.h"
+#include "tests/platform/Fails.h"
 #include "tests/support/Support.h"
 
 #include <gtest/gtest.h>
@@ -20,30 +21,16 @@ using vlt::test::ReadBytes;
 using vlt::test::TempFolder;
 using vlt::test::WriteBytes;
 
-#define EXPECT_FAILS(call, code)                                                                                       \
-    do {                                                                                                               \
-        SetLastError(0);                                                                                               \
-        EXPECT_FALSE(call);                                                                                            \
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(code));                                                           \
-    } while (false)
-
-#ifdef _WIN32 // Wine writes the number of a temporary name in small letters
-constexpr WCHAR kDigits[] = TEXT("0123456789abcdef");
-#else
-constexpr WCHAR kDigits[] = TEXT("0123456789ABCDEF");
-#endif
-
 bool Exists(const WString& path)
 {
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-TEST(FileManageTest, Folders)
+TEST(FileManageTest, FoldersAndDeletion)
 {
     const TempFolder folder;
     const WString path = folder.PathW("Sub");
     EXPECT_TRUE(CreateDirectoryW(path.c_str(), nullptr));
-    EXPECT_FAILS(CreateDirectoryW(path.c_str(), nullptr), ERROR_ALREADY_EXISTS);
     EXPECT_FAILS(CreateDirectoryW(folder.PathW("sUB").c_str(), nullptr), ERROR_ALREADY_EXISTS);
     EXPECT_FAILS(CreateDirectoryW(folder.PathW("a\\b").c_str(), nullptr), ERROR_PATH_NOT_FOUND);
     EXPECT_TRUE(CreateDirectoryA(vlt::ToNarrow(folder.PathW("Sub\\Narrow")).c_str(), nullptr));
@@ -54,12 +41,6 @@ TEST(FileManageTest, Folders)
     EXPECT_FAILS(RemoveDirectoryW(path.c_str()), ERROR_FILE_NOT_FOUND);
     WriteBytes(folder.HostPath("f"), "");
     EXPECT_FAILS(RemoveDirectoryW(folder.PathW("f").c_str()), ERROR_DIRECTORY);
-}
-
-TEST(FileManageTest, Deletes)
-{
-    const TempFolder folder;
-    WriteBytes(folder.HostPath("f"), "x");
     EXPECT_TRUE(DeleteFileW(folder.PathW("F").c_str()));
     EXPECT_FAILS(DeleteFileW(folder.PathW("f").c_str()), ERROR_FILE_NOT_FOUND);
     EXPECT_FAILS(DeleteFileW(folder.PathW("no\\f").c_str()), ERROR_PATH_NOT_FOUND);
@@ -75,10 +56,7 @@ TEST(FileManageTest, MovesButNeverOver)
     const WString b = folder.PathW("b.txt");
     WriteBytes(folder.HostPath("a.txt"), "a");
     WriteBytes(folder.HostPath("b.txt"), "b");
-    EXPECT_FAILS(MoveFileW(a.c_str(), b.c_str()), ERROR_ALREADY_EXISTS);
     EXPECT_FAILS(MoveFileW(a.c_str(), folder.PathW("B.TXT").c_str()), ERROR_ALREADY_EXISTS);
-    EXPECT_FAILS(MoveFileW(folder.PathW("none").c_str(), folder.PathW("c").c_str()), ERROR_FILE_NOT_FOUND);
-    EXPECT_FAILS(MoveFileW(a.c_str(), folder.PathW("no\\c").c_str()), ERROR_PATH_NOT_FOUND);
     EXPECT_FAILS(MoveFileExW(a.c_str(), b.c_str(), 0), ERROR_ALREADY_EXISTS);
     EXPECT_TRUE(MoveFileExW(a.c_str(), b.c_str(), MOVEFILE_REPLACE_EXISTING));
     EXPECT_EQ(ReadBytes(folder.HostPath("b.txt")), "a");
@@ -108,7 +86,6 @@ TEST(FileManageTest, CopiesWithAttributes)
     WriteBytes(folder.HostPath("a"), "short");
     EXPECT_TRUE(CopyFileW(a.c_str(), b.c_str(), FALSE));
     EXPECT_EQ(ReadBytes(folder.HostPath("b")), "short");
-    EXPECT_FAILS(CopyFileW(folder.PathW("none").c_str(), b.c_str(), FALSE), ERROR_FILE_NOT_FOUND);
     EXPECT_FAILS(CopyFileW(a.c_str(), a.c_str(), FALSE), ERROR_SHARING_VIOLATION);
     EXPECT_EQ(ReadBytes(folder.HostPath("a")), "short");
 
@@ -132,36 +109,18 @@ TEST(FileManageTest, TemporaryFilesAreMadeAndUnique)
         ASSERT_NE(GetTempFileNameW(folder.PathW().c_str(), i % 2 == 0 ? TEXT("") : TEXT("abcd"), 0, path), 0u);
         EXPECT_TRUE(Exists(path));
         const WString name = WString(path).substr(folder.PathW().size() + 1);
-        const std::size_t digits = name.find_first_not_of(kDigits, i % 2 == 0 ? 0 : 3);
+        const std::size_t digits = name.find_first_not_of(TEXT("0123456789ABCDEFabcdef"), i % 2 == 0 ? 0 : 3);
         EXPECT_EQ(name.substr(digits), TEXT(".tmp"));
         EXPECT_EQ(name.substr(0, 3) == TEXT("abc"), i % 2 != 0);
         EXPECT_TRUE(names.insert(path).second);
     }
     WCHAR path[MAX_PATH] = {};
-    EXPECT_EQ(GetTempFileNameW(folder.PathW().c_str(), TEXT("x"), 0x1AB, path), 0x1ABu);
-    EXPECT_EQ(lstrcmpiW(path, folder.PathW("x1AB.tmp").c_str()), 0);
-    EXPECT_FALSE(Exists(path));
-    EXPECT_FAILS(GetTempFileNameW(folder.PathW("none").c_str(), TEXT(""), 0, path), ERROR_DIRECTORY);
-#ifndef _WIN32 // Wine looks for the folder first
-    EXPECT_FAILS(GetTempFileNameW(WString(MAX_PATH, TEXT('x')).c_str(), TEXT(""), 0, path), ERROR_BUFFER_OVERFLOW);
-#endif
-
     ASSERT_NE(GetTempPathW(MAX_PATH, path), 0u);
     EXPECT_EQ(path[lstrlenW(path) - 1], TEXT('\\'));
     EXPECT_NE(GetFileAttributesW(path) & FILE_ATTRIBUTE_DIRECTORY, 0u);
-    EXPECT_NE(GetFileAttributesW(path), INVALID_FILE_ATTRIBUTES);
 }
 
 #ifndef _WIN32
-TEST(FileManageTest, LaterMovesAreNotInTheSubset)
-{
-    const TempFolder folder;
-    WriteBytes(folder.HostPath("f"), "x");
-    EXPECT_FAILS(MoveFileExW(folder.PathW("f").c_str(), folder.PathW("g").c_str(), MOVEFILE_DELAY_UNTIL_REBOOT),
-                 ERROR_NOT_SUPPORTED);
-    EXPECT_TRUE(Exists(folder.PathW("f")));
-}
-
 TEST(FileManageTest, MovesBetweenFileSystemsByCopying)
 {
     const TempFolder folder;
@@ -179,8 +138,6 @@ TEST(FileManageTest, MovesBetweenFileSystemsByCopying)
     struct stat status;
     ASSERT_EQ(stat(folder.HostPath("other/tool").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0755u); // a program stays one
-    WriteBytes(folder.HostPath("tool"), "other");
-    EXPECT_FAILS(MoveFileW(folder.PathW("tool").c_str(), folder.PathW("other\\tool").c_str()), ERROR_ALREADY_EXISTS);
     umount(folder.HostPath("other").c_str());
 }
 #endif

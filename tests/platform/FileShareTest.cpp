@@ -1,12 +1,14 @@
 // Share modes between handles of one process and of several.
 #include "platform/Text.h"
 #include "platform/Unique.h"
+#include "tests/platform/Fails.h"
 #include "tests/support/Support.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdio>
+#include <functional>
 #include <iostream>
 #include <thread>
 #include <vector>
@@ -87,16 +89,13 @@ TEST(FileShareTest, SecondWriterInAnotherProcessFails)
     WriteBytes(folder.HostPath("log"), "abc");
     Child holder = Holder(path, GENERIC_WRITE, FILE_SHARE_READ);
     ASSERT_EQ(holder.ReadLine(), "0");
-    EXPECT_FALSE(Open(path, GENERIC_WRITE, FILE_SHARE_READ));
-    EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
+    EXPECT_FAILS(Open(path, GENERIC_WRITE, FILE_SHARE_READ), ERROR_SHARING_VIOLATION);
     EXPECT_FALSE(Open(path, GENERIC_READ, FILE_SHARE_READ)); // it would deny the holder's writing
     EXPECT_TRUE(Open(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE));
     EXPECT_FALSE(Open(path, GENERIC_WRITE, FILE_SHARE_READ, CREATE_ALWAYS));
     EXPECT_EQ(ReadBytes(folder.HostPath("log")), "abc"); // refused before it was emptied
-    EXPECT_FALSE(DeleteFileW(path.c_str()));
-    EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
-    EXPECT_FALSE(MoveFileW(path.c_str(), folder.PathW("other").c_str()));
-    EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
+    EXPECT_FAILS(DeleteFileW(path.c_str()), ERROR_SHARING_VIOLATION);
+    EXPECT_FAILS(MoveFileW(path.c_str(), folder.PathW("other").c_str()), ERROR_SHARING_VIOLATION);
     Child second = Holder(path, GENERIC_WRITE, FILE_SHARE_READ);
     EXPECT_EQ(second.ReadLine(), std::to_string(ERROR_SHARING_VIOLATION));
 
@@ -120,57 +119,42 @@ TEST(FileShareTest, DeletableFilesCanBeDeletedAndMadeAnew)
     EXPECT_TRUE(Open(path, GENERIC_WRITE, 0, CREATE_NEW));
 }
 
+void OnFourThreads(const std::function<void()>& body)
+{
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back(body);
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
 // Openers that exclude each other: never two at a time, and a refusal only while another one holds it.
-TEST(FileShareTest, RacingOpenersExcludeEachOther)
+// Openers that agree with each other never fail each other.
+TEST(FileShareTest, RacingOpeners)
 {
     const TempFolder folder;
     const WString path = folder.PathW("f");
     WriteBytes(folder.HostPath("f"), "");
     std::atomic<int> holders{0};
-    std::atomic<int> opened{0};
-    std::atomic<bool> overlap{false};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
-            for (int mine = 0; mine < 200;) {
-                const FileHandle file = Open(path, kReadWrite, 0);
-                if (!file) {
-                    if (GetLastError() != ERROR_SHARING_VIOLATION)
-                        overlap = true;
-                    std::this_thread::yield();
-                    continue;
-                }
-                if (holders.fetch_add(1) != 0)
-                    overlap = true;
-                holders.fetch_sub(1);
-                ++mine;
-                ++opened;
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_FALSE(overlap);
-    EXPECT_EQ(opened, 800);
-}
-
-// Openers that agree with each other never fail each other.
-TEST(FileShareTest, RacingFriendlyOpenersAllSucceed)
-{
-    const TempFolder folder;
-    const WString path = folder.PathW("db");
     std::atomic<int> failures{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
-            for (int round = 0; round < 300; ++round) {
-                if (!Open(path, kReadWrite, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_ALWAYS))
-                    ++failures;
+    OnFourThreads([&] {
+        for (int mine = 0; mine < 200;) {
+            const FileHandle file = Open(path, kReadWrite, 0);
+            if (!file) {
+                failures += GetLastError() != ERROR_SHARING_VIOLATION;
+                std::this_thread::yield();
+                continue;
             }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+            failures += holders.fetch_add(1) != 0;
+            holders.fetch_sub(1);
+            ++mine;
+        }
+    });
+    EXPECT_EQ(failures, 0);
+    OnFourThreads([&] {
+        for (int round = 0; round < 300; ++round)
+            failures += !Open(folder.PathW("db"), kReadWrite, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_ALWAYS);
+    });
     EXPECT_EQ(failures, 0);
 }
 

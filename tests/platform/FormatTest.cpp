@@ -42,7 +42,6 @@ TEST(FormatTest, TextOfBothWidths)
     EXPECT_EQ(Format("[%S] [%ls] [%ws]", TEXT("a b"), TEXT("c"), TEXT("d")), "[a b] [c] [d]");
     EXPECT_EQ(Format(TEXT("%s|%ls|%S|%hs"), TEXT("own"), TEXT("own"), "other", "other"), TEXT("own|own|other|other"));
     EXPECT_EQ(Format(TEXT("%s"), wide), wide);
-    EXPECT_EQ(Format("%S", wide), vlt::ToNarrow(wide));
     EXPECT_EQ(Format("%c%c %C", 'a', 98, TEXT('c')), "ab c");
     EXPECT_EQ(Format(TEXT("%c%c%%"), TEXT('x'), 'y'), TEXT("xy%"));
     const char unterminated[3] = {'x', 'y', 'z'};
@@ -60,7 +59,6 @@ TEST(FormatTest, WrongArgumentsShowAndNeverCrash)
     EXPECT_EQ(Format("%s %d %p %c", 5, "text", 5, "text"), "(?) (?) (?) (?)");
     EXPECT_EQ(Format("%s %S", TEXT("wide"), "narrow"), "(?) (?)");
     EXPECT_EQ(Format("%d and %s", 1), "1 and (missing)");
-    EXPECT_EQ(Format("only", 1, 2), "only");
     EXPECT_EQ(Format("%s|%S", static_cast<const char*>(nullptr), static_cast<const WCHAR*>(nullptr)), "(null)|(null)");
     EXPECT_EQ(Format("100%"), "100%");
     EXPECT_EQ(Format("%n %y %d", 3), "%n %y 3");
@@ -73,8 +71,6 @@ TEST(FormatTest, BoundedOutputIsCutAndTerminated)
     EXPECT_EQ(FormatTo(small, 5, "%s", "longer"), 4u);
     EXPECT_STREQ(small, "long");
     EXPECT_EQ(small[5], '#');
-    EXPECT_EQ(FormatTo(small, 0, "x"), 0u);
-    EXPECT_EQ(small[0], 'l');
     WCHAR wide[4];
     EXPECT_EQ(FormatTo(wide, 4, TEXT("%d"), 123456), 3u);
     EXPECT_EQ(WString(wide), TEXT("123"));

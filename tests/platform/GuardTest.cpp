@@ -41,16 +41,10 @@ TEST(GuardTest, ReportsTheCodeOfWhatWasRaised)
     }
 }
 
-TEST(GuardTest, LeavesTheCodeAloneWhenNothingIsRaised)
+TEST(GuardTest, LetsEverythingElsePassAndLeavesTheCodeAlone)
 {
     DWORD caught = 0x12345678;
     EXPECT_EQ(VltGuardedCall(DoNothing, nullptr, &caught), 1);
-    EXPECT_EQ(caught, 0x12345678u);
-}
-
-TEST(GuardTest, LetsExceptionsOfTheProgramPass)
-{
-    DWORD caught = 0x12345678;
     EXPECT_THROW(VltGuardedCall(Throw, nullptr, &caught), std::runtime_error);
     EXPECT_EQ(caught, 0x12345678u);
 }

@@ -1,4 +1,5 @@
 #include "platform/Text.h"
+#include "tests/platform/Fails.h"
 #include "tests/platform/Waiter.h"
 
 #include <filesystem>
@@ -94,16 +95,7 @@ VLT_CHILD(stay)
 VLT_CHILD(check_args)
 {
     const std::vector<std::string> expected{"plain", "with blank", "quote\"d", "back\\slash\\", "", "end"};
-    return std::vector<std::string>(args.begin(), args.end()) == expected ? 0 : 10 + static_cast<int>(args.size());
-}
-
-TEST(Process, IsWaitedForAndTellsItsCode)
-{
-    const Started started = Start(OwnPath().c_str(), BodyCommand(TEXT("x"), "exit_with", TEXT(" 37")));
-    ASSERT_TRUE(started.process) << started.error;
-    EXPECT_EQ(ExitCode(started.process), 37u);
-    EXPECT_EQ(WaitForSingleObject(started.thread.Get(), kSoon), WAIT_OBJECT_0);
-    EXPECT_TRUE(IsSignaled(started.process));
+    return std::vector<std::string>(args.begin(), args.end()) == expected ? 37 : static_cast<int>(args.size());
 }
 
 TEST(Process, ArgumentsArriveAsTheyWereQuoted)
@@ -112,7 +104,9 @@ TEST(Process, ArgumentsArriveAsTheyWereQuoted)
         Start(nullptr, BodyCommand(Quoted(OwnPath()), "check_args",
                                    TEXT(" plain  \"with blank\" quote\\\"d \"back\\slash\\\\\" \"\"  end ")));
     ASSERT_TRUE(started.process) << started.error;
-    EXPECT_EQ(ExitCode(started.process), 0u);
+    EXPECT_EQ(ExitCode(started.process), 37u);
+    EXPECT_TRUE(IsSignaled(started.process));
+    EXPECT_EQ(WaitForSingleObject(started.thread.Get(), kSoon), WAIT_OBJECT_0);
 }
 
 TEST(Process, AnUnquotedPathWithBlanksIsFoundByItsPrefixes)
@@ -139,14 +133,9 @@ TEST(Process, WhatCannotBeStartedSaysWhy)
 {
     const TempFolder folder;
     EXPECT_EQ(Start(nullptr, folder.PathW("missing.exe")).error, ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(Start(folder.PathW("missing.exe").c_str(), WString()).error, ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(Start(nullptr, TEXT("vlt-no-such-program-anywhere and more")).error, ERROR_FILE_NOT_FOUND);
     WriteBytes(folder.HostPath("text.exe"), "this is no program\n");
     EXPECT_EQ(Start(folder.PathW("text.exe").c_str(), WString()).error, ERROR_BAD_EXE_FORMAT);
-    EXPECT_EQ(Start(nullptr, Quoted(folder.PathW("text.exe"))).error, ERROR_BAD_EXE_FORMAT);
-#ifndef _WIN32
-    EXPECT_EQ(Start(OwnPath().c_str(), WString(), 0x4).error, ERROR_NOT_SUPPORTED);
-#endif
 }
 
 TEST(Process, TerminationGivesItsCodeToEveryHandle)
@@ -165,8 +154,7 @@ TEST(Process, TerminationGivesItsCodeToEveryHandle)
         EXPECT_EQ(ExitCode(started.process), 1234u);
         EXPECT_EQ(ExitCode(second), 1234u);
 #ifndef _WIN32 // Wine lets it pass
-        EXPECT_FALSE(TerminateProcess(second.Get(), 1));
-        EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+        EXPECT_FAILS(TerminateProcess(second.Get(), 1), ERROR_ACCESS_DENIED);
 #endif
     }
 }
@@ -179,8 +167,7 @@ TEST(Process, AnyProcessCanBeOpened)
     ASSERT_TRUE(process);
     EXPECT_FALSE(IsSignaled(process));
     // A handle may do what it was opened for.
-    EXPECT_FALSE(TerminateProcess(process.Get(), 1));
-    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    EXPECT_FAILS(TerminateProcess(process.Get(), 1), ERROR_ACCESS_DENIED);
     Waiter waiter({process.Get()});
     child.Kill();
     EXPECT_EQ(waiter.Result(), WAIT_OBJECT_0);
@@ -190,12 +177,8 @@ TEST(Process, AnyProcessCanBeOpened)
     EXPECT_FALSE(IsSignaled(self));
     DWORD code = 0;
     EXPECT_TRUE(GetExitCodeProcess(GetCurrentProcess(), &code));
-    EXPECT_EQ(code, STILL_ACTIVE);
-    SetLastError(0);
-    EXPECT_FALSE(OpenProcess(SYNCHRONIZE, FALSE, 0));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-    EXPECT_FALSE(OpenProcess(SYNCHRONIZE, FALSE, 0x7FFFFFFC));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    EXPECT_FAILS(OpenProcess(SYNCHRONIZE, FALSE, 0), ERROR_INVALID_PARAMETER);
+    EXPECT_FAILS(OpenProcess(SYNCHRONIZE, FALSE, 0x7FFFFFFC), ERROR_INVALID_PARAMETER);
 }
 
 #ifndef _WIN32

@@ -54,8 +54,6 @@ TEST(ResourceTest, FilesWithoutAVersion)
     EXPECT_NE(GetLastError(), 0u);
     EXPECT_EQ(GetFileVersionInfoSizeW(folder.PathW("none").c_str(), &handle), 0u);
     EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
-    BYTE block[4096] = {};
-    EXPECT_FALSE(GetFileVersionInfoW(folder.PathW("none").c_str(), 0, sizeof block, block));
     // Section tables that point anywhere.
     const std::string whole = vlt::test::ReadBytes(vlt::test::ProgramFolder() / "SampleGood.dll");
     for (std::size_t at = 0; at < 64; ++at) {
@@ -64,15 +62,12 @@ TEST(ResourceTest, FilesWithoutAVersion)
         vlt::test::WriteBytes(folder.HostPath("broken"), broken);
         Version(folder.PathW("broken"));
     }
-    vlt::test::WriteBytes(folder.HostPath("cut"), whole.substr(0, whole.size() - 100));
-    EXPECT_EQ(Version(folder.PathW("nothing")), WString());
 }
 
 TEST(ResourceTest, StringsOfTheProgramAndOfALibrary)
 {
     EXPECT_EQ(String(nullptr, 1002),
               TEXT("First clause; with a semicolon, second \"quoted\" clause [and brackets, third with C:\\path."));
-    EXPECT_EQ(String(GetModuleHandleW(nullptr), 1003), TEXT("\u00DCberpr\u00FCfung"));
     EXPECT_EQ(String(nullptr, 1002, 6), TEXT("First"));
     EXPECT_EQ(String(nullptr, 7), WString());
     const vlt::LibraryHandle library(LoadLibraryW(TEXT("SampleGood.dll")));

@@ -1,7 +1,6 @@
 #include "tests/platform/ServiceTest.h"
 
 #include <atomic>
-#include <cstdio>
 
 using namespace vlt;
 using namespace vlt::test;
@@ -14,7 +13,6 @@ namespace
 // The service: what it sees ends up in the service-specific exit code, which the manager keeps.
 SERVICE_STATUS_HANDLE g_handle;
 HANDLE g_stop;
-HANDLE g_go;
 DWORD g_seen;
 std::atomic<DWORD> g_handlerThread;
 DWORD g_mainThread;
@@ -49,9 +47,6 @@ void WINAPI Handle(DWORD control)
     case SERVICE_CONTROL_CONTINUE:
         Report(SERVICE_RUNNING, Accepted);
         break;
-    case 200: // lets a slow start or stop go on
-        SetEvent(g_go);
-        break;
     default:
         g_seen = g_seen * 1000 + control;
     }
@@ -61,13 +56,8 @@ void WINAPI Main(DWORD argc, LPWSTR* argv)
 {
     g_mainThread = GetCurrentThreadId();
     g_stop = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    g_go = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     g_handle = RegisterServiceCtrlHandlerW(argv[0], &Handle);
     Report(SERVICE_START_PENDING, 0);
-    if (argc > 1 && WString(argv[1]) == TEXT("slow")) {
-        const KernelHandle gate(OpenEventW(EVENT_ALL_ACCESS, FALSE, TEXT("Global\\VltTestServiceGate")));
-        WaitForSingleObject(gate.Get(), 20000);
-    }
     Report(SERVICE_RUNNING, Accepted);
     WaitForSingleObject(g_stop, INFINITE);
     bool threads = g_mainThread != g_dispatcherThread && g_mainThread != g_handlerThread;
@@ -93,13 +83,6 @@ BOOL Dispatch()
 VLT_CHILD(service)
 {
     return Dispatch() ? 0 : 1;
-}
-
-VLT_CHILD(noService)
-{
-    const BOOL result = Dispatch();
-    std::printf("%d %lu\n", result, static_cast<unsigned long>(GetLastError()));
-    return 0;
 }
 
 VLT_CHILD(notEvenTrying)
@@ -140,8 +123,6 @@ TEST_F(ServiceControl, RegistrationIsKept)
 
     ServiceHandle opened = Open(SERVICE_QUERY_CONFIG);
     ASSERT_TRUE(opened);
-    EXPECT_FALSE(DeleteService(opened.Get()));
-    EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
     EXPECT_FALSE(StartServiceW(opened.Get(), 0, nullptr));
     EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
     const SC_HANDLE closed = opened.Release();
@@ -162,7 +143,6 @@ TEST_F(ServiceControl, StartsIsControlledAndStops)
     ASSERT_EQ(ERROR_SUCCESS, Start({TEXT("fast"), TEXT("a b")}));
     EXPECT_EQ(ERROR_SERVICE_ALREADY_RUNNING, Start());
     ASSERT_TRUE(Reaches(SERVICE_RUNNING));
-    EXPECT_NE(0u, Query().dwProcessId);
     EXPECT_NE(GetCurrentProcessId(), Query().dwProcessId);
     EXPECT_EQ(Accepted, Query().dwControlsAccepted);
 
@@ -186,37 +166,14 @@ TEST_F(ServiceControl, StartsIsControlledAndStops)
     EXPECT_EQ(ERROR_SERVICE_NOT_ACTIVE, Control(SERVICE_CONTROL_STOP));
     ASSERT_EQ(ERROR_SUCCESS, Start());
     ASSERT_TRUE(Reaches(SERVICE_RUNNING));
-}
 
-TEST_F(ServiceControl, PendingStatesRefuseControls)
-{
-    const KernelHandle gate(CreateEventW(nullptr, TRUE, FALSE, TEXT("Global\\VltTestServiceGate")));
-    Install(ProgramCommand("service"));
-    ASSERT_EQ(ERROR_SUCCESS, Start({TEXT("slow")}));
-    EXPECT_EQ(DWORD{SERVICE_START_PENDING}, State());
-    EXPECT_EQ(ERROR_SERVICE_CANNOT_ACCEPT_CTRL, Control(SERVICE_CONTROL_PAUSE));
-    EXPECT_EQ(ERROR_SERVICE_ALREADY_RUNNING, Start());
-    SetEvent(gate.Get());
-    ASSERT_TRUE(Reaches(SERVICE_RUNNING));
-}
-
-TEST_F(ServiceControl, AKilledServiceIsStopped)
-{
-    Install(ProgramCommand("service"));
-    ASSERT_EQ(ERROR_SUCCESS, Start());
-    ASSERT_TRUE(Reaches(SERVICE_RUNNING));
-#ifdef _WIN32
-    GTEST_SKIP() << "Wine keeps a killed service as running for 15 s and more";
-#else
-    const KernelHandle process(OpenProcess(PROCESS_TERMINATE, FALSE, Query().dwProcessId));
-    ASSERT_TRUE(TerminateProcess(process.Get(), 0));
-    ASSERT_TRUE(Reaches(SERVICE_STOPPED));
-    EXPECT_EQ(DWORD{ERROR_PROCESS_ABORTED}, Query().dwWin32ExitCode);
-    EXPECT_EQ(0u, Query().dwProcessId);
-    EXPECT_EQ(ERROR_SERVICE_NOT_ACTIVE, Control(SERVICE_CONTROL_INTERROGATE));
-    ASSERT_EQ(ERROR_SUCCESS, Start());
-    ASSERT_TRUE(Reaches(SERVICE_RUNNING));
-#endif
+    // Deleting a running service marks it.
+    EXPECT_TRUE(DeleteService(m_service.Get()));
+    EXPECT_FALSE(DeleteService(m_service.Get()));
+    EXPECT_EQ(ERROR_SERVICE_MARKED_FOR_DELETE, GetLastError());
+    EXPECT_EQ(ERROR_SUCCESS, Control(SERVICE_CONTROL_STOP));
+    m_service.Reset();
+    EXPECT_TRUE(Eventually(20000, [&] { return !Open(SERVICE_QUERY_CONFIG); }));
 }
 
 TEST_F(ServiceControl, AProgramThatIsNoServiceDoesNotStart)
@@ -233,24 +190,4 @@ TEST_F(ServiceControl, AProgramThatIsNoServiceDoesNotStart)
     EXPECT_EQ(ERROR_SERVICE_REQUEST_TIMEOUT, Start());
     EXPECT_EQ(DWORD{SERVICE_STOPPED}, State());
 #endif
-}
-
-TEST_F(ServiceControl, DeletingARunningServiceMarksIt)
-{
-    Install(ProgramCommand("service"));
-    ASSERT_EQ(ERROR_SUCCESS, Start());
-    ASSERT_TRUE(Reaches(SERVICE_RUNNING));
-    EXPECT_TRUE(DeleteService(m_service.Get()));
-    EXPECT_FALSE(DeleteService(m_service.Get()));
-    EXPECT_EQ(ERROR_SERVICE_MARKED_FOR_DELETE, GetLastError());
-    EXPECT_EQ(ERROR_SUCCESS, Control(SERVICE_CONTROL_STOP));
-    m_service.Reset();
-    EXPECT_TRUE(Eventually(20000, [&] { return !Open(SERVICE_QUERY_CONFIG); }));
-}
-
-TEST_F(ServiceControl, ByHandThereIsNoManager)
-{
-    Child child("noService");
-    EXPECT_EQ("0 " + std::to_string(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT), child.ReadLine(40000));
-    EXPECT_EQ(0, child.Wait(20000));
 }

@@ -53,14 +53,12 @@ public:
 
     // Returns when the thread sleeps in the kernel. Only a host that can tell gives true; elsewhere
     // the caller has to repeat what only a sleeper notices.
-    bool AwaitAsleep() const { return AwaitAsleep(m_id); }
-
-    static bool AwaitAsleep([[maybe_unused]] DWORD id)
+    bool AwaitAsleep() const
     {
 #ifdef _WIN32
         return false;
 #else
-        const std::string file = "/proc/self/task/" + std::to_string(id) + "/syscall";
+        const std::string file = "/proc/self/task/" + std::to_string(m_id) + "/syscall";
         bool asleep = false;
         Eventually(kSoon, [&] {
             std::string call;
