@@ -2,16 +2,6 @@
 option(VLT_WERROR "Treat warnings as errors" ON)
 set(VLT_SANITIZE "" CACHE STRING "Sanitizers, as for -fsanitize=")
 
-# Line tables are enough for stacks, and cost a third of the time that full debug information does.
-# Sanitizers multiply the work of every optimisation.
-if(VLT_SANITIZE)
-    set(optimisation "-O1 -g1")
-else()
-    set(optimisation "-O2 -g1")
-endif()
-set(CMAKE_C_FLAGS_RELWITHDEBINFO "${optimisation} -DNDEBUG")
-set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "${optimisation} -DNDEBUG")
-
 add_library(vlt_options INTERFACE)
 target_compile_options(vlt_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
     $<$<BOOL:${VLT_WERROR}>:-Werror>)
