@@ -163,6 +163,7 @@ TEST(Thread, TerminationEndsAWaitAtOnceWithoutCleaningUp)
     EXPECT_TRUE(IsSignaled(event));
 }
 
+#ifndef _WIN32 // a thread that Windows ends anywhere may take a lock of the runtime with it
 TEST(Thread, TerminationIsNeverLostOnTheWayIntoAWait)
 {
     const KernelHandle event = MakeEvent(false);
@@ -178,16 +179,13 @@ TEST(Thread, TerminationIsNeverLostOnTheWayIntoAWait)
         ASSERT_TRUE(TerminateThread(thread.Handle(), 5));
         ASSERT_TRUE(thread.HasEnded());
         ASSERT_EQ(thread.ExitCode(), 5u);
-#ifndef _WIN32 // under Wine the second code counts
         ASSERT_TRUE(TerminateThread(thread.Handle(), 6));
         ASSERT_EQ(thread.ExitCode(), 5u);
-#endif
     }
     SetEvent(event.Get());
     EXPECT_TRUE(IsSignaled(event));
 }
 
-#ifndef _WIN32
 TEST(Thread, ManyTerminatedThreadsKeepNoMemory)
 {
     const auto mappings = [] {

@@ -31,10 +31,11 @@ TEST(ProgramFiles, ServiceLogIsWrittenOnlyWhenItExists)
     EXPECT_EQ(text.size(), 7u + first + second);
 
     // Another writer at the same moment.
-    const vlt::FileHandle writer(CreateFileW((vlt::ProgramFolder() + TEXT("VLNTSRV.LOG")).c_str(), GENERIC_WRITE,
-                                             FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    vlt::FileHandle writer(CreateFileW((vlt::ProgramFolder() + TEXT("VLNTSRV.LOG")).c_str(), GENERIC_WRITE,
+                                       FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     ASSERT_TRUE(writer);
     EXPECT_EQ(WriteServiceLog(TEXT("lost\r\n")), 0u);
+    writer.Reset();
     std::filesystem::remove(log);
 }
 
