@@ -117,8 +117,8 @@ struct AsDetectionRecord {
     std::uint32_t processId;    // of the process whose access was caught; 0 when not known
     std::uint32_t direction;    // one AsDirection bit
     WCHAR infectedPath[260];
-    WCHAR encodedPath[260]; // the encoded copy, when an action was AS_ACTION_QUARANTINE
-    WCHAR secondPath[260];  // when set, the name under which the file is to be recorded (a member of an archive)
+    WCHAR encodedPath[260];   // the encoded copy, when an action was AS_ACTION_QUARANTINE
+    WCHAR secondPath[260];    // when set, the name under which the file is to be recorded (a member of an archive)
     std::uint32_t threatKind; // 0 virus, else one AsSpywareKind bit
     std::uint32_t noLog;      // non-zero: not to be written to the virus log
     std::uint32_t denied;     // 1 when the access was refused, 0 when it had already happened
@@ -152,7 +152,7 @@ struct AsConfigRecord {
     WCHAR renameExtension2nd[260];
     std::uint32_t cleanBackup; // keep a backup before cleaning
     WCHAR backupFolder[260];
-    std::uint32_t zipScan; // 0: archives are not opened
+    std::uint32_t zipScan;         // 0: archives are not opened
     const WCHAR* protectedFolders; // multi-string ended by two NULs, or null
     std::uint32_t genericMacro;
     std::uint32_t zipClean;
@@ -171,7 +171,7 @@ struct AsConfigRecord {
     std::uint32_t fixed3968; // 1
     std::uint32_t fixed3972; // 1
     std::uint32_t monitorNetwork;
-    std::uint32_t fixed3980; // 1
+    std::uint32_t fixed3980;             // 1
     AsLastScanCallback lastScanCallback; // may be null
     void* lastScanContext;
     AsDetectionCallback detectionCallback; // virus detections; may be null
@@ -242,8 +242,8 @@ struct AsQuarantineConfigRecord {
     WCHAR moveFolder[260];
     WCHAR moveFolder2nd[260];
     std::uint32_t zipClean;
-    std::uint32_t fixed1632[3];       // 1
-    std::int32_t extractSizeLimit;    // -1, no limit
+    std::uint32_t fixed1632[3];    // 1
+    std::int32_t extractSizeLimit; // -1, no limit
     std::uint32_t reserved1648[2];
     AsScanResultCallback callback;
     void* context;
@@ -312,9 +312,9 @@ static_assert(offsetof(AsVirusInfo, id) == 0 && offsetof(AsVirusInfo, kind) == 4
 // ASGetBackupFileInfo(W): what an encoded file says of itself.
 template <typename Char>
 struct AsBackupInfo {
-    Char sourcePath[260]; // where the file was
-    Char backupPath[260]; // the encoded file
-    std::uint32_t time;   // of the encoding, seconds since 1 January 1970 UTC
+    Char sourcePath[260];  // where the file was
+    Char backupPath[260];  // the encoded file
+    std::uint32_t time;    // of the encoding, seconds since 1 January 1970 UTC
     std::uint32_t encoded; // 1 when the content is enciphered
 };
 using AsBackupInfoA = AsBackupInfo<char>;
@@ -355,10 +355,12 @@ using ASGetVirusInfo_t = std::int32_t(WINAPI*)(AsHandle handle, std::uint32_t id
 using ASSetExceptionPathW_t = std::int32_t(WINAPI*)(AsHandle handle, const WCHAR* path);
 // *size is in characters with the NUL, in and out. 1 ok; else the size needed is in *size.
 using ASGetEngineDefaultExtListW_t = std::int32_t(WINAPI*)(AsHandle handle, WCHAR* buffer, std::uint32_t* size);
-using ASReloadPatternW_t = std::int32_t(WINAPI*)(AsHandle handle, std::uint32_t kind, const WCHAR* folder); // non-zero ok
+using ASReloadPatternW_t = std::int32_t(WINAPI*)(AsHandle handle, std::uint32_t kind,
+                                                 const WCHAR* folder); // non-zero ok
 using ASSetPackTrap_t = std::int32_t(WINAPI*)(AsHandle handle, std::uint32_t on);
 // Non-zero when accepted. An exclusion ends with its process.
-using ASAddRemoveExceptionProcess_t = std::int32_t(WINAPI*)(AsHandle handle, std::uint32_t processId, std::uint32_t add);
+using ASAddRemoveExceptionProcess_t = std::int32_t(WINAPI*)(AsHandle handle, std::uint32_t processId,
+                                                            std::uint32_t add);
 // 1 ok, else nothing was changed.
 using ASEncodeFileW_t = std::int32_t(WINAPI*)(AsHandle handle, const WCHAR* source, const WCHAR* destination);
 using ASEncodeFile_t = std::int32_t(WINAPI*)(AsHandle handle, const char* source, const char* destination);

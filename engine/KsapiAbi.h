@@ -23,8 +23,8 @@ using KSGetLastPattern_t = int(WINAPI*)(const char* folder, const char* stem, ch
 using KSGetLastPatternW_t = int(WINAPI*)(const WCHAR* folder, const WCHAR* stem, WCHAR* name);
 // The number of files deleted, negative on error; the file of version `keep` stays.
 using KSDeleteUnusedPattern_t = int(WINAPI*)(const char* folder, const char* stem, std::int32_t keep);
-using KSGetDefaultExtListSize_t = std::int32_t(WINAPI*)(); // bytes with the NUL
-using KSGetDefaultExtList_t = int(WINAPI*)(char* buffer, std::int32_t size); // 0 ok
+using KSGetDefaultExtListSize_t = std::int32_t(WINAPI*)();                                   // bytes with the NUL
+using KSGetDefaultExtList_t = int(WINAPI*)(char* buffer, std::int32_t size);                 // 0 ok
 using KSGetPatternInternalVersion_t = int(WINAPI*)(const char* path, std::int32_t* version); // 0 ok
-using KSInit_t = int(WINAPI*)(const char* folder); // 0 ok
-using KSGetVersion_t = int(WINAPI*)(KsVersion* version); // 0 ok
+using KSInit_t = int(WINAPI*)(const char* folder);                                           // 0 ok
+using KSGetVersion_t = int(WINAPI*)(KsVersion* version);                                     // 0 ok

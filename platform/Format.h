@@ -16,7 +16,8 @@
 #include <span>
 #include <type_traits>
 
-namespace vlt {
+namespace vlt
+{
 
 struct FormatArg {
     enum class Kind { Signed, Unsigned, Double, Narrow, Wide, Pointer };
@@ -35,8 +36,8 @@ struct FormatArg {
     FormatArg() noexcept : signedValue(0) {}
 
     template <typename T>
-        requires(std::is_integral_v<T> || std::is_enum_v<T>)
-    FormatArg(T value) noexcept : bytes(sizeof(T)) // NOLINT: implicit on purpose
+    requires(std::is_integral_v<T> || std::is_enum_v<T>) FormatArg(T value)
+    noexcept : bytes(sizeof(T)) // NOLINT: implicit on purpose
     {
         if constexpr (std::is_enum_v<T>) {
             *this = FormatArg(static_cast<std::underlying_type_t<T>>(value));
@@ -54,10 +55,9 @@ struct FormatArg {
     FormatArg(const std::string& text) noexcept : FormatArg(text.c_str()) {}
     FormatArg(const WString& text) noexcept : FormatArg(text.c_str()) {}
     template <typename T>
-        requires(!std::is_same_v<std::remove_cv_t<T>, char> && !std::is_same_v<std::remove_cv_t<T>, WCHAR>)
-    FormatArg(T* value) noexcept : kind(Kind::Pointer), pointer(reinterpret_cast<const void*>(value))
-    {
-    }
+    requires(!std::is_same_v<std::remove_cv_t<T>, char> && !std::is_same_v<std::remove_cv_t<T>, WCHAR>)
+        FormatArg(T* value)
+    noexcept : kind(Kind::Pointer), pointer(reinterpret_cast<const void*>(value)) {}
 };
 
 using FormatArgs = std::span<const FormatArg>;

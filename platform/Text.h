@@ -3,7 +3,8 @@
 
 #include "platform/win32.h"
 
-namespace vlt {
+namespace vlt
+{
 
 WString ToWide(std::string_view text, UINT codePage = CP_ACP);
 std::string ToNarrow(WStringView text, UINT codePage = CP_ACP);

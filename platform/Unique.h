@@ -6,10 +6,12 @@
 
 #include <utility>
 
-namespace vlt {
+namespace vlt
+{
 
 template <typename Traits>
-class Unique {
+class Unique
+{
 public:
     using Handle = typename Traits::Handle;
 
@@ -94,13 +96,13 @@ struct EventSourceTraits : NullPointerTraits<HANDLE> {
     static void Close(HANDLE source) noexcept { DeregisterEventSource(source); }
 };
 
-using KernelHandle = Unique<KernelHandleTraits>;    // CloseHandle; events, threads, processes
-using FileHandle = Unique<FileHandleTraits>;        // CloseHandle; CreateFileW, INVALID_HANDLE_VALUE when empty
-using FindHandle = Unique<FindHandleTraits>;        // FindClose
-using RegKey = Unique<RegKeyTraits>;                // RegCloseKey
-using LibraryHandle = Unique<ModuleTraits>;         // FreeLibrary
-using LocalMem = Unique<LocalMemTraits>;            // LocalFree
-using ServiceHandle = Unique<ServiceHandleTraits>;  // CloseServiceHandle
-using EventSource = Unique<EventSourceTraits>;      // DeregisterEventSource
+using KernelHandle = Unique<KernelHandleTraits>;   // CloseHandle; events, threads, processes
+using FileHandle = Unique<FileHandleTraits>;       // CloseHandle; CreateFileW, INVALID_HANDLE_VALUE when empty
+using FindHandle = Unique<FindHandleTraits>;       // FindClose
+using RegKey = Unique<RegKeyTraits>;               // RegCloseKey
+using LibraryHandle = Unique<ModuleTraits>;        // FreeLibrary
+using LocalMem = Unique<LocalMemTraits>;           // LocalFree
+using ServiceHandle = Unique<ServiceHandleTraits>; // CloseServiceHandle
+using EventSource = Unique<EventSourceTraits>;     // DeregisterEventSource
 
 } // namespace vlt

@@ -19,14 +19,14 @@
 #ifndef WIN32_LEAN_AND_MEAN
 #define WIN32_LEAN_AND_MEAN
 #endif
+#include <process.h>
 #include <windows.h>
 #include <winsvc.h>
-#include <process.h>
 #include <winver.h>
 #else
 #include "posix/win32/base.h"
-#include "posix/win32/kernel.h"
 #include "posix/win32/file.h"
+#include "posix/win32/kernel.h"
 #include "posix/win32/registry.h"
 #include "posix/win32/service.h"
 #include "posix/win32/system.h"

@@ -3,7 +3,8 @@
 
 #include "platform/posix/win32/base.h"
 
-namespace vlt::posix {
+namespace vlt::posix
+{
 
 // The Windows code for an errno value of a file or resource call.
 DWORD ErrorFromErrno(int error) noexcept;
@@ -12,7 +13,8 @@ DWORD ErrorFromErrno(int error) noexcept;
 DWORD SetLastErrorFromErrno() noexcept;
 
 // Restores errno when it goes: for code that must not disturb its caller's.
-class ErrnoKeeper {
+class ErrnoKeeper
+{
 public:
     ErrnoKeeper() noexcept;
     ~ErrnoKeeper();

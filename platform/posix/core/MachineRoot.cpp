@@ -5,8 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace vlt::posix {
-namespace {
+namespace vlt::posix
+{
+namespace
+{
 
 std::string ChooseRoot()
 {
@@ -43,6 +45,9 @@ const std::string& MachineRoot()
     return root;
 }
 
-std::string MachineFolder(const char* name) { return MachineRoot() + '/' + name; }
+std::string MachineFolder(const char* name)
+{
+    return MachineRoot() + '/' + name;
+}
 
 } // namespace vlt::posix

@@ -4,7 +4,8 @@
 
 #include <string>
 
-namespace vlt::posix {
+namespace vlt::posix
+{
 
 // Absolute, without a trailing slash. Made with its sub-folders at the first call.
 const std::string& MachineRoot();

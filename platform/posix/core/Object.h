@@ -3,7 +3,8 @@
 
 #include <cstdint>
 
-namespace vlt::posix {
+namespace vlt::posix
+{
 
 enum class ObjectKind : std::uint8_t {
     Event,
@@ -26,7 +27,8 @@ class Waitable;
 
 // Base of everything that the handle table owns. Destroyed when its handle has been closed and the
 // last call that uses it has returned.
-class Object {
+class Object
+{
 public:
     explicit Object(ObjectKind kind) noexcept : m_kind(kind) {}
     virtual ~Object() = default;

@@ -8,7 +8,8 @@
 #include <string>
 #include <string_view>
 
-namespace vlt::posix {
+namespace vlt::posix
+{
 
 std::u16string Utf16FromUtf8(std::string_view text);
 std::string Utf8FromUtf16(std::u16string_view text);

@@ -3,8 +3,8 @@
 #include "platform/posix/core/Error.h"
 #include "platform/posix/core/MachineRoot.h"
 #include "platform/posix/core/Utf.h"
-#include "platform/posix/kernel/CommandLine.h"
 #include "platform/posix/file/Path.h"
+#include "platform/posix/kernel/CommandLine.h"
 #include "platform/posix/service/ControlChannel.h"
 
 #include <cerrno>

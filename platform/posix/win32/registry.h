@@ -50,8 +50,8 @@ VLT_API LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD reserved, DWORD typ
 VLT_API LSTATUS RegSetValueExA(HKEY key, LPCSTR name, DWORD reserved, DWORD type, const BYTE* data, DWORD size);
 VLT_API LSTATUS RegDeleteValueW(HKEY key, LPCWSTR name);
 VLT_API LSTATUS RegDeleteKeyExW(HKEY key, LPCWSTR subKey, REGSAM view, DWORD reserved);
-VLT_API LSTATUS RegEnumKeyExW(HKEY key, DWORD index, LPWSTR name, LPDWORD nameLength, LPDWORD reserved, LPWSTR className,
-                              LPDWORD classLength, FILETIME* lastWrite);
+VLT_API LSTATUS RegEnumKeyExW(HKEY key, DWORD index, LPWSTR name, LPDWORD nameLength, LPDWORD reserved,
+                              LPWSTR className, LPDWORD classLength, FILETIME* lastWrite);
 VLT_API LSTATUS RegEnumValueW(HKEY key, DWORD index, LPWSTR name, LPDWORD nameLength, LPDWORD reserved, LPDWORD type,
                               LPBYTE data, LPDWORD size);
 // Asynchronous only, not of the subtree, filter REG_NOTIFY_CHANGE_LAST_SET: sets the event once, at
