@@ -1,6 +1,7 @@
 #include "platform/posix/kernel/NamedBlock.h"
 
 #include "platform/posix/core/Error.h"
+#include "platform/posix/core/Fd.h"
 #include "platform/posix/core/MachineRoot.h"
 #include "platform/posix/core/Utf.h"
 
@@ -38,46 +39,23 @@ static_assert(sizeof(ObjectFile) == 704);
 constexpr char Magic[8] = {'V', 'L', 'T', 'O', 'B', 'J', '\r', '\n'};
 constexpr std::uint32_t Version = 1;
 
-class Descriptor
-{
-public:
-    explicit Descriptor(int value = -1) noexcept : m_value(value) {}
-    Descriptor(Descriptor&& other) noexcept : m_value(other.Release()) {}
-    ~Descriptor()
-    {
-        if (m_value >= 0)
-            close(m_value);
-    }
-    Descriptor& operator=(Descriptor&& other) noexcept
-    {
-        std::swap(m_value, other.m_value);
-        return *this;
-    }
-    int Get() const noexcept { return m_value; }
-    int Release() noexcept { return std::exchange(m_value, -1); }
-    explicit operator bool() const noexcept { return m_value >= 0; }
-
-private:
-    int m_value;
-};
-
 // An existing file of another account in a folder open to all may only be opened without O_CREAT
 // (fs.protected_regular).
-Descriptor OpenOrMake(const std::string& path, mode_t mode, bool& made) noexcept
+Fd OpenOrMake(const std::string& path, mode_t mode, bool& made) noexcept
 {
     for (int attempt = 0; attempt < 8; ++attempt) {
         made = false;
-        Descriptor file(open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+        Fd file(open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
         if (file || errno != ENOENT)
             return file;
-        file = Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
+        file = Fd(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
         made = static_cast<bool>(file);
         if (file && fchmod(file.Get(), mode) != 0)
-            return Descriptor();
+            return Fd();
         if (file || errno != EEXIST)
             return file;
     }
-    return Descriptor();
+    return Fd();
 }
 
 bool Lock(int descriptor, int operation) noexcept
@@ -103,7 +81,7 @@ public:
     explicit operator bool() const noexcept { return m_held; }
 
 private:
-    Descriptor m_file;
+    Fd m_file;
     bool m_held = false;
 };
 
@@ -154,6 +132,26 @@ DWORD CheckHeld(int descriptor, const void* memory, std::u16string_view name, Ob
         std::u16string_view(file.name, name.size()) != name)
         return ERROR_INVALID_HANDLE;
     return 0;
+}
+
+// Maps a fresh file, or one that others hold when it is this object, and becomes one of its holders.
+// Null with the last error set.
+void* MapAndHold(int descriptor, std::u16string_view name, ObjectKind kind, bool fresh) noexcept
+{
+    DWORD error = fresh ? 0 : CheckHeld(descriptor, nullptr, name, kind);
+    void* const memory = error == 0 ? Map(descriptor) : nullptr;
+    if (error == 0 && !memory)
+        error = ErrorFromErrno(errno);
+    if (error == 0 && !fresh)
+        error = CheckHeld(descriptor, memory, name, kind);
+    if (error == 0 && !Lock(descriptor, LOCK_SH))
+        error = ErrorFromErrno(errno);
+    if (error == 0)
+        return memory;
+    if (memory)
+        munmap(memory, sizeof(ObjectFile));
+    SetLastError(error);
+    return nullptr;
 }
 
 } // namespace
@@ -231,7 +229,7 @@ std::unique_ptr<NamedBlock> NamedBlock::Create(const Request& request, Initialis
     }
     const mode_t mode = request.forEveryone ? 0666 : 0600;
     bool made = false;
-    Descriptor file = OpenOrMake(path, mode, made);
+    Fd file = OpenOrMake(path, mode, made);
     if (file && !made && Lock(file.Get(), LOCK_EX | LOCK_NB) && unlink(path.c_str()) == 0)
         file = OpenOrMake(path, mode, made); // was stale
     if (!file) {
@@ -245,20 +243,9 @@ std::unique_ptr<NamedBlock> NamedBlock::Create(const Request& request, Initialis
         SetLastErrorFromErrno();
         return nullptr;
     }
-    DWORD error = fresh ? 0 : CheckHeld(file.Get(), nullptr, name, request.kind);
-    void* const memory = error == 0 ? Map(file.Get()) : nullptr;
-    if (error == 0 && !memory)
-        error = ErrorFromErrno(errno);
-    if (error == 0 && !fresh)
-        error = CheckHeld(file.Get(), memory, name, request.kind);
-    if (error == 0 && !Lock(file.Get(), LOCK_SH))
-        error = ErrorFromErrno(errno);
-    if (error != 0) {
-        if (memory)
-            munmap(memory, sizeof(ObjectFile));
-        SetLastError(error);
+    void* const memory = MapAndHold(file.Get(), name, request.kind, fresh);
+    if (!memory)
         return nullptr;
-    }
     if (fresh) {
         std::memset(memory, 0, sizeof(ObjectFile));
         auto& contents = *static_cast<ObjectFile*>(memory);
@@ -281,7 +268,7 @@ std::unique_ptr<NamedBlock> NamedBlock::Open(std::u16string_view name, ObjectKin
         return nullptr;
     std::string path = MachineFolder("objects") + '/' + fileName;
     const FolderLock folder;
-    Descriptor file(folder ? open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW) : -1);
+    Fd file(folder ? open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW) : -1);
     if (!file) {
         SetLastErrorFromErrno();
         return nullptr;
@@ -291,18 +278,9 @@ std::unique_ptr<NamedBlock> NamedBlock::Open(std::u16string_view name, ObjectKin
         SetLastError(ERROR_FILE_NOT_FOUND);
         return nullptr;
     }
-    DWORD error = CheckHeld(file.Get(), nullptr, name, kind);
-    void* const memory = error == 0 ? Map(file.Get()) : nullptr;
-    if (error == 0)
-        error = memory ? CheckHeld(file.Get(), memory, name, kind) : ErrorFromErrno(errno);
-    if (error == 0 && !Lock(file.Get(), LOCK_SH))
-        error = ErrorFromErrno(errno);
-    if (error != 0) {
-        if (memory)
-            munmap(memory, sizeof(ObjectFile));
-        SetLastError(error);
+    void* const memory = MapAndHold(file.Get(), name, kind, false);
+    if (!memory)
         return nullptr;
-    }
     SetLastError(ERROR_SUCCESS);
     return std::unique_ptr<NamedBlock>(new NamedBlock(std::move(path), file.Release(), memory));
 }
