@@ -72,6 +72,13 @@ VLT_API DWORD FormatMessageW(DWORD flags, LPCVOID source, DWORD messageId, DWORD
 
 VLT_API LPWSTR GetCommandLineW();
 
+// SIGINT arrives as Ctrl-C; SIGTERM and SIGHUP arrive as a close, after which the program ends with
+// that signal. Without a handler that returns TRUE, Ctrl-C ends it as well.
+#define CTRL_C_EVENT 0u
+#define CTRL_CLOSE_EVENT 2u
+using PHANDLER_ROUTINE = BOOL (*)(DWORD event);
+VLT_API BOOL SetConsoleCtrlHandler(PHANDLER_ROUTINE handler, BOOL add);
+
 struct SYSTEMTIME {
     WORD wYear;
     WORD wMonth;
