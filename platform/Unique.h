@@ -84,6 +84,10 @@ struct ModuleTraits : NullPointerTraits<HMODULE> {
     static void Close(HMODULE module) noexcept { FreeLibrary(module); }
 };
 
+struct MappedViewTraits : NullPointerTraits<void*> {
+    static void Close(void* view) noexcept { UnmapViewOfFile(view); }
+};
+
 struct LocalMemTraits : NullPointerTraits<HLOCAL> {
     static void Close(HLOCAL memory) noexcept { LocalFree(memory); }
 };
@@ -101,6 +105,7 @@ using FileHandle = Unique<FileHandleTraits>;       // CloseHandle; CreateFileW, 
 using FindHandle = Unique<FindHandleTraits>;       // FindClose
 using RegKey = Unique<RegKeyTraits>;               // RegCloseKey
 using LibraryHandle = Unique<ModuleTraits>;        // FreeLibrary
+using MappedView = Unique<MappedViewTraits>;       // UnmapViewOfFile
 using LocalMem = Unique<LocalMemTraits>;           // LocalFree
 using ServiceHandle = Unique<ServiceHandleTraits>; // CloseServiceHandle
 using EventSource = Unique<EventSourceTraits>;     // DeregisterEventSource

@@ -27,6 +27,7 @@
 #include "posix/win32/base.h"
 #include "posix/win32/file.h"
 #include "posix/win32/kernel.h"
+#include "posix/win32/memory.h"
 #include "posix/win32/registry.h"
 #include "posix/win32/service.h"
 #include "posix/win32/system.h"

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <limits>
 #include <new>
 #include <sys/file.h>
 #include <sys/mman.h>
@@ -30,12 +31,13 @@ struct ObjectFile {
     std::uint32_t kind;
     std::uint32_t parameter;
     std::uint32_t nameLength;
-    std::uint8_t reserved[40];
+    std::uint64_t dataSize; // the data follows this page
+    std::uint8_t reserved[32];
     alignas(64) std::uint8_t state[NamedBlock::StateSize];
     char16_t name[NameLimit]; // whole, since long names share their file name's hash
 };
 static_assert(offsetof(ObjectFile, state) == 64 && offsetof(ObjectFile, name) == 128);
-static_assert(sizeof(ObjectFile) == 704);
+static_assert(sizeof(ObjectFile) == 704 && sizeof(ObjectFile) <= NamedBlock::DataOffset);
 constexpr char Magic[8] = {'V', 'L', 'T', 'O', 'B', 'J', '\r', '\n'};
 constexpr std::uint32_t Version = 1;
 
@@ -116,6 +118,29 @@ void* Map(int descriptor) noexcept
     return memory == MAP_FAILED ? nullptr : memory;
 }
 
+// Bytes of the file of an object with that much data; 0 when no file can be that large.
+off_t FileSize(std::uint64_t dataSize) noexcept
+{
+    if (dataSize == 0)
+        return sizeof(ObjectFile);
+    constexpr std::uint64_t limit = std::numeric_limits<off_t>::max() - 2 * NamedBlock::DataOffset;
+    if (dataSize > limit)
+        return 0;
+    return static_cast<off_t>((dataSize + 2 * NamedBlock::DataOffset - 1) / NamedBlock::DataOffset *
+                              NamedBlock::DataOffset);
+}
+
+// Room is taken when the object is made: a full disk must not be found by whoever touches the memory.
+bool Reserve(int descriptor, std::uint64_t dataSize) noexcept
+{
+    const off_t size = FileSize(dataSize);
+    const int error = size != 0 ? posix_fallocate(descriptor, 0, size) : EFBIG;
+    if (error == 0)
+        return true;
+    SetLastError(error == ENOSPC || error == EFBIG ? ERROR_COMMITMENT_LIMIT : ErrorFromErrno(error));
+    return false;
+}
+
 // A held file: is it this object? 0, or the error.
 DWORD CheckHeld(int descriptor, const void* memory, std::u16string_view name, ObjectKind kind) noexcept
 {
@@ -131,7 +156,8 @@ DWORD CheckHeld(int descriptor, const void* memory, std::u16string_view name, Ob
         file.kind != static_cast<std::uint32_t>(kind) || file.nameLength != name.size() ||
         std::u16string_view(file.name, name.size()) != name)
         return ERROR_INVALID_HANDLE;
-    return 0;
+    const off_t size = FileSize(file.dataSize);
+    return size != 0 && status.st_size >= size ? 0 : ERROR_INVALID_HANDLE;
 }
 
 // Maps a fresh file, or one that others hold when it is this object, and becomes one of its holders.
@@ -195,8 +221,8 @@ bool ObjectFileName(std::u16string_view& name, std::string& file)
     return true;
 }
 
-NamedBlock::NamedBlock(std::string path, int descriptor, void* memory) noexcept
-    : m_path(std::move(path)), m_descriptor(descriptor), m_memory(memory)
+NamedBlock::NamedBlock(std::string path, int descriptor, void* memory, std::uint64_t dataSize) noexcept
+    : m_path(std::move(path)), m_descriptor(descriptor), m_memory(memory), m_dataSize(dataSize)
 {
 }
 
@@ -239,8 +265,9 @@ std::unique_ptr<NamedBlock> NamedBlock::Create(const Request& request, Initialis
     // Of another account, which alone can remove it, but open to us and without a holder: used anew.
     const bool fresh = made || Lock(file.Get(), LOCK_EX | LOCK_NB);
     // Never made shorter: a wait whose handle was closed may still look at it.
-    if (fresh && ftruncate(file.Get(), sizeof(ObjectFile)) != 0) {
-        SetLastErrorFromErrno();
+    if (fresh && !Reserve(file.Get(), request.dataSize)) {
+        if (made)
+            unlink(path.c_str());
         return nullptr;
     }
     void* const memory = MapAndHold(file.Get(), name, request.kind, fresh);
@@ -253,12 +280,14 @@ std::unique_ptr<NamedBlock> NamedBlock::Create(const Request& request, Initialis
         contents.version = Version;
         contents.kind = static_cast<std::uint32_t>(request.kind);
         contents.parameter = request.parameter;
+        contents.dataSize = request.dataSize;
         contents.nameLength = static_cast<std::uint32_t>(name.size());
         name.copy(contents.name, NameLimit);
         initialise(contents.state, context);
     }
     SetLastError(fresh ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
-    return std::unique_ptr<NamedBlock>(new NamedBlock(std::move(path), file.Release(), memory));
+    return std::unique_ptr<NamedBlock>(
+        new NamedBlock(std::move(path), file.Release(), memory, static_cast<const ObjectFile*>(memory)->dataSize));
 }
 
 std::unique_ptr<NamedBlock> NamedBlock::Open(std::u16string_view name, ObjectKind kind)
@@ -282,7 +311,8 @@ std::unique_ptr<NamedBlock> NamedBlock::Open(std::u16string_view name, ObjectKin
     if (!memory)
         return nullptr;
     SetLastError(ERROR_SUCCESS);
-    return std::unique_ptr<NamedBlock>(new NamedBlock(std::move(path), file.Release(), memory));
+    return std::unique_ptr<NamedBlock>(
+        new NamedBlock(std::move(path), file.Release(), memory, static_cast<const ObjectFile*>(memory)->dataSize));
 }
 
 void NamedBlock::ReleaseName() noexcept

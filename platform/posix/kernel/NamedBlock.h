@@ -31,13 +31,18 @@ public:
         ObjectKind kind;
         std::uint32_t parameter = 0; // kept with the object; of no meaning here
         bool forEveryone = false;    // mode 0666 instead of 0600
+        std::uint64_t dataSize = 0;  // bytes of zeroed memory beside the state, whole pages of it reserved
     };
+
+    // Where the data begins in the object's file; the page before it is the object's own.
+    static constexpr std::size_t DataOffset = 4096;
 
     // Writes the state of a new object into zeroed memory of StateSize bytes.
     using Initialise = void (*)(void* state, const void* context);
 
-    // Null with the last error: 5 no access, 6 another kind, and those of ObjectFileName. On success
-    // the last error is 0, or ERROR_ALREADY_EXISTS when the object was there.
+    // Null with the last error: 5 no access, 6 another kind, 112 or 1455 no room, and those of
+    // ObjectFileName. On success the last error is 0, or ERROR_ALREADY_EXISTS when the object was there,
+    // with the data size it was made with.
     static std::unique_ptr<NamedBlock> Create(const Request& request, Initialise initialise, const void* context);
     // Null with ERROR_FILE_NOT_FOUND when no living process holds the name.
     static std::unique_ptr<NamedBlock> Open(std::u16string_view name, ObjectKind kind);
@@ -48,16 +53,20 @@ public:
 
     void* State() const noexcept;
     std::uint32_t Parameter() const noexcept;
+    std::uint64_t DataSize() const noexcept { return m_dataSize; }
+    // Of the object's file, for mapping its data; -1 when the name was given up.
+    int Descriptor() const noexcept { return m_descriptor; }
 
     // Gives the name up; with the last holder the file goes. The memory stays until destruction.
     void ReleaseName() noexcept;
 
 private:
-    NamedBlock(std::string path, int descriptor, void* memory) noexcept;
+    NamedBlock(std::string path, int descriptor, void* memory, std::uint64_t dataSize) noexcept;
 
     std::string m_path;
     int m_descriptor;
     void* m_memory;
+    std::uint64_t m_dataSize;
 };
 
 // From security attributes: null DACL -> everyone, none -> the creator. False with
