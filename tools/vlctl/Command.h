@@ -51,6 +51,8 @@ void AddServiceCommands(CLI::App& app, Run& run);
 void AddRegistryCommands(CLI::App& app, Run& run);
 void AddSettingsCommands(CLI::App& app, Run& run);
 void AddLogCommand(CLI::App& app, Run& run);
+void AddWatchCommand(CLI::App& app, Run& run);
+void AddExcludeCommands(CLI::App& app);
 
 // The path of the installed service's program, as it was registered. Throws when it is not installed.
 WString InstalledProgram();

@@ -5,12 +5,14 @@
 #include "platform/Format.h"
 #include "platform/Unique.h"
 #include "tools/vlctl/Command.h"
+#include "tools/vlctl/DetectionNames.h"
 #include "tools/vlctl/Text.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 
 namespace vlt::ctl
 {
@@ -125,19 +127,18 @@ bool Parse(const WString& line, Entry& entry)
     return true;
 }
 
-std::string Named(const WString& code, std::initializer_list<const char*> names)
-{
-    if (code.size() == 1 && code[0] >= '0' && static_cast<std::size_t>(code[0] - '0') < names.size())
-        return names.begin()[code[0] - '0'];
-    return Printable(code);
-}
-
+// What the log holds is text and need not be numbers.
 std::string ActionText(const WString& action, const WString& result)
 {
-    if (action == TEXT("0"))
-        return "-";
-    return Named(action, {"none", "pass", "quarantine", "clean", "delete", "rename", "move", "deny"}) + ' ' +
-           Named(result, {"not tried", "done", "failed"});
+    std::uint32_t codes[2] = {};
+    const WString* const texts[2] = {&action, &result};
+    for (std::size_t i = 0; i < 2; ++i) {
+        const std::string text = Printable(*texts[i]);
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), codes[i]);
+        if (error != std::errc() || end != text.data() + text.size())
+            return Printable(action) + ' ' + Printable(result);
+    }
+    return ctl::ActionText(codes[0], codes[1]);
 }
 
 void PrintEntries(const std::vector<WString>& lines, const Run& run, bool header)

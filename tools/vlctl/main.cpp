@@ -1,4 +1,5 @@
-// vlctl, the operator's tool: the service, its settings, the registry they live in and the virus log.
+// vlctl, the operator's tool: the service, its settings, the registry they live in, the virus log,
+// and what the service broadcasts and takes as requests.
 #include "tools/vlctl/Command.h"
 
 #include <cstdio>
@@ -15,6 +16,8 @@ int main(int argc, char** argv)
     AddSettingsCommands(app, run);
     AddRegistryCommands(app, run);
     AddLogCommand(app, run);
+    AddWatchCommand(app, run);
+    AddExcludeCommands(app);
     try {
         app.parse(argc, argv);
         return run.exit;

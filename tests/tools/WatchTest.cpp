@@ -1,0 +1,169 @@
+// vlctl as a receiver of detections, with a list and messages that somebody with bad intentions has
+// written.
+#include "ARDCommon/NotifyFormat.h"
+#include "engine/ArdScanAbi.h"
+#include "platform/Text.h"
+#include "tests/service/Installation.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <optional>
+
+using namespace vlt::test;
+using nlohmann::json;
+
+namespace
+{
+
+constexpr unsigned kDeadline = 30000;
+const std::string kChannel = std::string("Global\\") + kVirusFoundChannel;
+
+Child Vlctl(const std::vector<std::string>& arguments)
+{
+    return Child::Program(Installation::Built("vlctl"), arguments);
+}
+
+int ExitOf(const std::vector<std::string>& arguments)
+{
+    return Vlctl(arguments).Wait(kDeadline);
+}
+
+AsDetectionRecord Detection(WStringView file)
+{
+    AsDetectionRecord record{};
+    vlt::CopyToField(record.threatName, WStringView(TEXT("Threat")));
+    vlt::CopyToField(record.infectedPath, file);
+    record.firstAction = AS_ACTION_DENY;
+    record.firstResult = AS_RESULT_DONE;
+    return record;
+}
+
+// A section as anybody may open or make it; the whole of it is mapped.
+template <typename T>
+struct Shared {
+    explicit Shared(const std::string& name)
+        : mapping(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(T),
+                                     vlt::ToWide(name).c_str())),
+          view(MapViewOfFile(mapping.Get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, 0))
+    {
+    }
+    T* operator->() const { return static_cast<T*>(view.Get()); }
+
+    vlt::KernelHandle mapping;
+    vlt::MappedView view;
+};
+
+struct Message {
+    NotifyMessage head;
+    AsDetectionRecord record;
+};
+
+// A list that the test has made before the watcher, and the sender's event.
+class HostileList
+{
+public:
+    HostileList()
+        : m_notify(CreateEventW(nullptr, TRUE, FALSE, vlt::ToWide(kChannel + kNotifyEventSuffix).c_str())),
+          list(kChannel + kNotifyListSuffix)
+    {
+        EXPECT_TRUE(m_notify && list.view);
+    }
+
+    void Fill(const char* name)
+    {
+        for (auto& slot : list->slot)
+            vlt::CopyToField(slot, std::string_view(name));
+    }
+
+    // The slot of the process, once it has one; wakes the watchers to have it soon.
+    std::optional<std::size_t> SlotOf(const Child& watcher)
+    {
+        const std::string ending = "_vlctl_watch_" + std::to_string(watcher.Id());
+        std::optional<std::size_t> found;
+        Eventually(kDeadline, [&] {
+            for (std::size_t i = 0; i < kNotifySlotCount && !found; ++i) {
+                const std::string_view name = vlt::FieldText(list->slot[i]);
+                found = name.ends_with(ending) ? std::optional(i) : std::nullopt;
+            }
+            PulseEvent(m_notify.Get());
+            return found.has_value();
+        });
+        return found;
+    }
+
+    // True when the watcher has taken it.
+    bool Send(std::size_t slot, std::uint32_t size, const AsDetectionRecord& record)
+    {
+        const Shared<Message> message("Global\\" + std::string(vlt::FieldText(list->slot[slot])));
+        message->head.size = size;
+        message->record = record;
+        const std::atomic_ref<std::uint32_t> flag(message->head.readFlag);
+        flag.store(1);
+        SetEvent(m_notify.Get());
+        const bool taken = Eventually(kDeadline, [&] { return flag.load() == 0; });
+        ResetEvent(m_notify.Get());
+        return taken;
+    }
+
+private:
+    vlt::KernelHandle m_notify;
+
+public:
+    const Shared<NotifyList> list;
+};
+
+} // namespace
+
+TEST(Watch, AHostileListAndHostileMessagesDoNoHarm)
+{
+    HostileList hostile;
+    std::memset(&hostile.list->slot, 'x', sizeof hostile.list->slot);
+    Child watcher = Vlctl({"watch", "--json", "--count", "1"});
+    std::optional<std::size_t> slot = hostile.SlotOf(watcher);
+    ASSERT_EQ(slot, 0u);
+    const std::string name(vlt::FieldText(hostile.list->slot[0]));
+
+    // Taken away, by a sender or by somebody who needs them all; and out of the sender's sight.
+    hostile.Fill(name.c_str());
+    vlt::CopyToField(hostile.list->slot[0], std::string_view("empty"));
+    EXPECT_EQ(ExitOf({"watch", "--timeout", "1"}), 1); // there is one left
+    vlt::CopyToField(hostile.list->slot[0], std::string_view(name));
+    EXPECT_EQ(ExitOf({"watch", "--timeout", "60"}), 2);
+    hostile.Fill("empty");
+    ASSERT_EQ(hostile.SlotOf(watcher), 0u);
+    hostile.Fill("");
+    vlt::CopyToField(hostile.list->slot[5], std::string_view(name));
+    ASSERT_TRUE(Eventually(kDeadline, [&] { return hostile.SlotOf(watcher) == 0u; }));
+
+    AsDetectionRecord record = Detection(TEXT("C:\\a"));
+    EXPECT_TRUE(hostile.Send(0, 0xFFFFFFFFu, record));
+    EXPECT_TRUE(hostile.Send(0, 0, record));
+    record.threatName[0] = 0xD800;
+    std::fill(std::begin(record.infectedPath), std::end(record.infectedPath), WCHAR('\n'));
+    record.secondAction = record.denied = 0xFFFFFFFFu;
+    EXPECT_TRUE(hostile.Send(0, sizeof record, record));
+    const json shown = json::parse(watcher.ReadLine(kDeadline), nullptr, false);
+    EXPECT_EQ(shown["file"], std::string(260, '\n'));
+    EXPECT_EQ(shown["secondAction"], 0xFFFFFFFFu);
+    EXPECT_EQ(shown["denied"], 0xFFFFFFFFu);
+    EXPECT_EQ(shown.size(), 14u);
+    EXPECT_EQ(watcher.Wait(kDeadline), 0);
+    EXPECT_EQ(vlt::FieldText(hostile.list->slot[0]), "empty");
+
+    Child text = Vlctl({"watch"});
+    ASSERT_TRUE(hostile.SlotOf(text) == 0u);
+    record = Detection(TEXT("C:\\a\x001B[2J"));
+    vlt::CopyToField(record.secondPath, WStringView(TEXT("inner\x202E")));
+    EXPECT_TRUE(hostile.Send(0, sizeof record, record));
+    const std::string line = text.ReadLine(kDeadline);
+    EXPECT_EQ(line.substr(std::min<std::size_t>(line.size(), 19)),
+              "  Threat  deny done  C:\\a\\u001b[2J (inner\\u202e)");
+    if (!std::filesystem::exists("/bin/kill"))
+        return;
+    EXPECT_EQ(Child::Program("/bin/kill", {std::to_string(text.Id())}).Wait(kDeadline), 0);
+    EXPECT_EQ(text.Wait(kDeadline), 0);
+    EXPECT_EQ(vlt::FieldText(hostile.list->slot[0]), "empty");
+}
