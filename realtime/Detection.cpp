@@ -6,6 +6,7 @@
 #include "platform/Format.h"
 #include "platform/Text.h"
 #include "platform/Unique.h"
+#include "realtime/State.h"
 
 #include <memory>
 #include <new>
@@ -41,6 +42,17 @@ void StartVirusLogThread(const AsDetectionRecord& record)
         copy.release(); // the thread's from here on
 }
 
+void NotifyReceivers(const AsDetectionRecord& record)
+{
+    CNotifySender* const notifier = vlt::Notifier();
+    if (notifier == nullptr)
+        VLT_TRACE(40, "RealTimeScanVirusCallBack: no instance CNotifySender! skip the detect event!");
+    else if (notifier->Notify(&record, sizeof record))
+        VLT_TRACE(40, "RealTimeScanVirusCallBack: success to call CNotifySender::Notify for detected virus.");
+    else
+        VLT_TRACE(40, "RealTimeScanVirusCallBack: fail to call CNotifySender::Notify for detected virus.");
+}
+
 } // namespace
 
 void CALLBACK RealTimeScanVirusCallBack(void* /*context*/, const AsDetectionRecord* record) noexcept
@@ -51,7 +63,7 @@ void CALLBACK RealTimeScanVirusCallBack(void* /*context*/, const AsDetectionReco
     // Left out: moving a file that the library has encoded into the quarantine store.
     if (record->noLog == 0)
         StartVirusLogThread(*record);
-    // Left out: the broadcast to the user-session programs through the notify sender.
+    NotifyReceivers(*record);
     // Left out: the last-detection record in the registry, with GetDetectFileText's text.
 }
 

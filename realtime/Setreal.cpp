@@ -1,6 +1,7 @@
 #include "realtime/Setreal.h"
 
 #include "ARDCommon/EventLog.h"
+#include "ARDCommon/NotifyFormat.h"
 #include "ARDCommon/ProgramFolder.h"
 #include "ARDCommon/ServiceLog.h"
 #include "ARDCommon/VlDebug.h"
@@ -13,6 +14,9 @@
 #include "realtime/Settings.h"
 #include "realtime/State.h"
 #include "realtime/Versions.h"
+
+#include <memory>
+#include <new>
 
 namespace
 {
@@ -99,6 +103,27 @@ void WriteVersions(AsHandle handle)
     // Left out: the white-list and black-list pattern versions.
 }
 
+// Without it detections are still logged.
+void CreateNotifier()
+{
+    vlt::RealtimeState& state = vlt::Realtime();
+    try {
+        state.notifier = std::make_unique<CNotifySender>(kVirusFoundChannel, DWORD{sizeof(AsDetectionRecord)});
+    } catch (int) { // an object of the channel cannot be made; traced
+    } catch (const std::bad_alloc&) {
+    }
+    state.publishedNotifier.store(state.notifier.get(), std::memory_order_release);
+}
+
+void DeleteNotifier()
+{
+    vlt::RealtimeState& state = vlt::Realtime();
+    state.publishedNotifier.store(nullptr, std::memory_order_release);
+    if (state.notifier)
+        state.notifier->Stop();
+    state.notifier.reset();
+}
+
 } // namespace
 
 bool InitKSAPI(const WString& directory)
@@ -128,7 +153,7 @@ bool InitKSAPI(const WString& directory)
         VLT_TRACE(40, "Error create event for WinXP!");
         return false;
     }
-    // Left out: the notifier for "Event_RTScan_VirusFound".
+    CreateNotifier();
     // Left out: AddExceptProcessIdThread, then PollingStatusThread, then EventThread.
     return true;
 }
@@ -152,7 +177,7 @@ void StopRealtimeScan()
     state.scanTable = {};
     state.scanHandle = nullptr;
     state.settingsLock.reset();
-    // Left out: stopping the notifier.
+    DeleteNotifier();
     // Left out: ending AddExceptProcessIdThread by force.
     ChangeWSCStatus(false, false);
 }

@@ -2,17 +2,21 @@
 // writes which and when.
 #pragma once
 
+#include "ARDCommon/NotifySender.h"
 #include "ARDCommon/VlCriticalSection.h"
 #include "engine/ArdScanTable.h"
 #include "platform/Unique.h"
 
+#include <atomic>
+#include <memory>
 #include <optional>
 
 namespace vlt
 {
 
 // Written by InitKSAPI and StopRealtimeScan alone, on the service-main thread, while no other thread
-// uses it: worker threads and the library's callbacks live in between.
+// uses it: worker threads and the library's callbacks live in between. The published notifier is the
+// exception: callbacks can come before there is one.
 struct RealtimeState {
     LibraryHandle scanModule;
     AsHandle scanHandle = nullptr;
@@ -20,6 +24,11 @@ struct RealtimeState {
 
     // Held for every application of the settings; exists from engine start-up to shut-down.
     std::optional<VlCriticalSection> settingsLock;
+
+    // Tells user programs about detections; null when it could not be made. Published for the callbacks
+    // until the library has ended them.
+    std::unique_ptr<CNotifySender> notifier;
+    std::atomic<CNotifySender*> publishedNotifier = nullptr;
 };
 
 RealtimeState& Realtime();
@@ -36,6 +45,11 @@ inline const ArdScanTable& ScanLibrary()
 inline AsHandle ScanHandle()
 {
     return Realtime().scanHandle;
+}
+
+inline CNotifySender* Notifier()
+{
+    return Realtime().publishedNotifier.load(std::memory_order_acquire);
 }
 
 } // namespace vlt

@@ -1,9 +1,11 @@
 #include "service/crealscan.h"
 
+#include "ARDCommon/IpcFormat.h"
 #include "ARDCommon/ProgramFolder.h"
 #include "ARDCommon/VlDebug.h"
 #include "ARDCommon/VlUtil.h"
 #include "realtime/Setreal.h"
+#include "realtime/State.h"
 
 namespace
 {
@@ -42,7 +44,8 @@ bool CRealScan::Init()
         VLT_TRACE(20, "Failed: InitKSAPI()");
         return false;
     }
-    // Left out: creating the PID exclusion receiver, giving it the scan library and handle, starting it.
+    if (!StartPidExceptionList())
+        return false;
     // Left out: UpdateARDFiles(1), file replacements that an update left pending.
     m_descriptor = VlUtil::CreateNullDaclDescriptor();
     if (!m_descriptor) {
@@ -50,6 +53,20 @@ bool CRealScan::Init()
         return false;
     }
     VLT_TRACE(40, "end of CRealScan::Init()");
+    return true;
+}
+
+bool CRealScan::StartPidExceptionList()
+{
+    if (!m_pidExceptionList.Create(kPidExceptionChannel)) {
+        VLT_TRACE(20, "ReceivePidExceptionList.Create() fails");
+        return false;
+    }
+    m_pidExceptionList.SetLibrary(vlt::ScanModule(), vlt::ScanHandle());
+    if (!m_pidExceptionList.Wait()) {
+        VLT_TRACE(20, "ReceivePidExceptionList.Wait() fails");
+        return false;
+    }
     return true;
 }
 
@@ -72,7 +89,8 @@ void CRealScan::DeInit()
 {
     VLT_TRACE(40, "CRealScan::DeInit()");
     CService::DeInit();
-    // Left out: stopping the PID exclusion receiver, twice.
+    // Before the library that it calls is unloaded.
+    m_pidExceptionList.Stop();
     CloseEvent(m_acknowledgeEvent);
     CloseEvent(m_stopEvent);
     // Left out: the rollback record "stopped".

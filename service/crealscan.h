@@ -1,6 +1,7 @@
 // The real-time scan service.
 #pragma once
 
+#include "ARDCommon/ReceivePidExceptionList.h"
 #include "service/CService.h"
 
 class CRealScan : public CService
@@ -20,6 +21,7 @@ public:
 
 private:
     void CreateEvents();
+    bool StartPidExceptionList();
     void RequestStop();
     void Acknowledge(DWORD pendingState, DWORD state);
 
@@ -27,6 +29,6 @@ private:
     vlt::KernelHandle m_stopEvent;
     volatile LONG m_pauseFlag = 0; // written only
     volatile LONG m_stopFlag = 0;  // a stop was requested
-    // Left out: the PID exclusion receiver "realtime_exception_pid".
+    CReceivePidExceptionList m_pidExceptionList;
     vlt::LocalMem m_descriptor; // kept for the life of the service though nothing uses it
 };

@@ -186,7 +186,7 @@ TEST_P(ServiceStart, FailureEndsItAsStoppedWithCodeZero)
     begin.resize(each.reason >= 0 ? 5 : 3);
     const Lines end{"20 .\\crealscan.cpp Failed: InitKSAPI()", "40 .\\crealscan.cpp CRealScan::DeInit()"};
     Lines stop = Stop();
-    stop.erase(stop.begin(), std::find(stop.begin(), stop.end(), "ASDeInitScan") + 1);
+    stop.erase(stop.begin(), std::find(stop.begin(), stop.end(), "ASDeInitScan") + 3);
     EXPECT_TRUE(Matches(service.Transcript(), Join({begin, each.trace, end, stop})));
     ExpectReports(service, kFailedStart);
     EXPECT_EQ(service.Ini("Info", "Engine"), each.engine);

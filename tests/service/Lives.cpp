@@ -46,6 +46,10 @@ Lines StartAfterInit()
             "40 .\\Settings.cpp ASStartScan result = 1",
             "ASGetLastError",
             "40 .\\Settings.cpp ASGetLastError(0)",
+            "40 ..\\..\\ARDCommon\\NotifySender.cpp Notify list name : Global\\Event_RTScan_VirusFound_mem_notify_list",
+            "40 ..\\..\\ARDCommon\\NotifySender.cpp Event name : Global\\Event_RTScan_VirusFound_evt_notify",
+            "40 ..\\..\\ARDCommon\\VlShareMemory.cpp CreateFileMapping success : size = 8320, name = "
+            "Global\\Event_RTScan_VirusFound_mem_notify_list",
             "40 .\\crealscan.cpp end of CRealScan::Init()"};
 }
 
@@ -53,10 +57,13 @@ Lines Stop()
 {
     return {"40 .\\crealscan.cpp CRealScan::OnStop()",
             "40 .\\crealscan.cpp CRealScan::DeInit()",
+            "40 ..\\..\\ARDCommon\\IpcReceiver.cpp Stop event is pulsed",
             "40 .\\Setreal.cpp ASStopScan",
             "ASStopScan zero=0",
             "40 .\\Setreal.cpp ASStopScan result = 1",
             "ASDeInitScan",
+            "40 ..\\..\\ARDCommon\\NotifySender.cpp CloseHandle hAddQueue",
+            "40 ..\\..\\ARDCommon\\NotifySender.cpp CloseHandle NotifyEvent",
             "40 .\\SecurityCentre.cpp ChangeWSCStatus(0, 0)",
             "run /WSCAntiVirusOff",
             "40 .\\SecurityCentre.cpp Executed WSC virus registration process",

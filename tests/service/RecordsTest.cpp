@@ -213,7 +213,8 @@ TEST(ServiceRecords, AProgramFolderThatTakesNothingStopsNobody)
     }));
     Lines lines = service.Transcript();
     std::erase_if(lines, [](const std::string& line) {
-        return line.find("VirusLog") == std::string::npos && line.find("VirusCallBack") == std::string::npos;
+        return line.find("VirusLog") == std::string::npos &&
+               line.find("RealtimeScanVirusCallBack") == std::string::npos;
     });
     EXPECT_TRUE(Matches(
         lines, {"40 .\\Detection.cpp RealtimeScanVirusCallBack called!",

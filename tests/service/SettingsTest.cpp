@@ -311,7 +311,9 @@ TEST(ServiceSettings, TheMonitoringSwitchIsOnUnlessValidlyOff)
                         "40 .\\Settings.cpp MonitorStop!",
                         "ASStopScan zero=0",
                         "40 .\\Settings.cpp ASStopScan result = 1"};
+        lines.resize(std::min(lines.size(), (each.on ? on : off).size()));
         EXPECT_TRUE(Matches(lines, each.on ? on : off));
+        EXPECT_EQ(service.Calls("ASStartScan").size(), each.on ? 1u : 0u);
     }
 }
 

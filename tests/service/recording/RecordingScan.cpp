@@ -3,7 +3,7 @@
 // WITHOUT_<name>.
 //
 // Detections come from detect.bin in the program's folder, whole detection records: when monitoring
-// starts, one thread for each calls back, all at once.
+// starts, one thread for each calls back, all at once; with hold=1 in [detect], when it may.
 #include "engine/ArdScanAbi.h"
 #include "platform/Unique.h"
 #include "tests/service/recording/Recorder.h"
@@ -44,6 +44,7 @@ unsigned WINAPI Detect(void* argument)
 {
     const std::unique_ptr<AsDetectionRecord> record(static_cast<AsDetectionRecord*>(argument));
     WaitForSingleObject(g_together.Get(), INFINITE);
+    vlt::record::Hold("detect");
     const bool second = Number("detect", "slot", 1) == 2;
     const AsDetectionCallback callback = second ? g_config.spywareCallback : g_config.detectionCallback;
     callback(second ? g_config.spywareContext : g_config.detectionContext, record.get());
