@@ -1,4 +1,3 @@
-#include "platform/Text.h"
 #include "tests/platform/Fails.h"
 #include "tests/platform/Waiter.h"
 
@@ -16,11 +15,6 @@ using vlt::KernelHandle;
 namespace
 {
 
-// Names of this test process alone: on Windows the name space is the whole machine's.
-WString Name(const char* base)
-{
-    return vlt::ToWide("Vlt" + std::to_string(GetCurrentProcessId()) + base, CP_UTF8);
-}
 std::string Narrow(const WString& name)
 {
     return vlt::ToNarrow(name, CP_UTF8);
@@ -198,7 +192,37 @@ TEST(NamedEvent, GlobalNamesAreThoseOfSessionZero)
     };
     EXPECT_EQ(open(Narrow(name)), std::to_string(ERROR_FILE_NOT_FOUND));
     EXPECT_EQ(open("Global\\" + Narrow(name)), "0");
+    // Nor does another session's name reach this one.
+    Child other("named_event", {"create", NarrowName("Own")}, {{"VLT_SESSION", "1"}});
+    Child same("named_event", {"create", "Local\\" + NarrowName("Own")}, {{"VLT_SESSION", "1"}});
+    EXPECT_EQ(other.ReadLine(), "0");
+    EXPECT_EQ(same.ReadLine(), std::to_string(ERROR_ALREADY_EXISTS));
+    EXPECT_EQ(OpenError(Name("Own")), ERROR_FILE_NOT_FOUND);
 #endif
+}
+
+TEST(NamedEvent, OneNameIsOfOneKind)
+{
+    const WString name = Name("Kind");
+    using Maker = std::function<HANDLE()>;
+    const Maker makers[] = {[&] { return CreateEventW(nullptr, TRUE, FALSE, name.c_str()); },
+                            [&] { return CreateMutexW(nullptr, FALSE, name.c_str()); },
+                            [&] { return CreateSemaphoreW(nullptr, 0, 1, name.c_str()); },
+                            [&] { return CreateWaitableTimerW(nullptr, TRUE, name.c_str()); }};
+    const Maker openers[] = {[&] { return OpenEventW(SYNCHRONIZE, FALSE, name.c_str()); },
+                             [&] { return OpenMutexW(SYNCHRONIZE, FALSE, name.c_str()); },
+                             [&] { return OpenSemaphoreW(SYNCHRONIZE, FALSE, name.c_str()); },
+                             [&] { return OpenWaitableTimerW(SYNCHRONIZE, FALSE, name.c_str()); }};
+    for (std::size_t held = 0; held < 4; ++held) {
+        const KernelHandle object(makers[held]());
+        for (std::size_t kind = 0; kind < 4; ++kind) {
+            for (const Maker& call : {makers[kind], openers[kind]}) {
+                SetLastError(0);
+                EXPECT_EQ(KernelHandle(call()).Get() != nullptr, kind == held);
+                EXPECT_EQ(GetLastError() == ERROR_INVALID_HANDLE, kind != held) << GetLastError();
+            }
+        }
+    }
 }
 
 TEST(NamedEvent, SecurityDescriptorsAreChecked)

@@ -1,16 +1,17 @@
 // Threads that wait, for the tests of the kernel objects.
 #pragma once
 
+#include "platform/Text.h"
 #include "platform/Unique.h"
 #include "tests/support/Support.h"
 
 #include <atomic>
 #include <functional>
+#include <string>
 #include <vector>
 
 #ifndef _WIN32
 #include <fstream>
-#include <string>
 #endif
 
 namespace vlt::test
@@ -127,6 +128,16 @@ inline DWORD PulseTo(HANDLE event, const Waiter& waiter)
         return result != WAIT_IO_COMPLETION;
     });
     return result;
+}
+
+// Names of this test process alone: on Windows the name space is the whole machine's.
+inline std::string NarrowName(const char* base)
+{
+    return "Vlt" + std::to_string(GetCurrentProcessId()) + base;
+}
+inline WString Name(const char* base)
+{
+    return vlt::ToWide(NarrowName(base), CP_UTF8);
 }
 
 inline vlt::KernelHandle MakeEvent(bool manualReset, bool signaled = false)

@@ -1,47 +1,36 @@
 // An event behind a handle.
 #pragma once
 
-#include "platform/posix/core/HandleTable.h"
-#include "platform/posix/core/Object.h"
 #include "platform/posix/kernel/EventWaitable.h"
-#include "platform/posix/kernel/NamedBlock.h"
+#include "platform/posix/kernel/NamedObject.h"
 #include "platform/posix/win32/kernel.h"
-
-#include <memory>
 
 namespace vlt::posix
 {
 
-class EventObject final : public Object
+class EventObject final : public NamedObject
 {
 public:
     static constexpr ObjectKind kKind = ObjectKind::Event;
+    static constexpr DWORD kAllAccess = EVENT_ALL_ACCESS;
+    static void Initialise(void* state, bool signaled) noexcept { MakeState<EventState>(state, signaled); }
 
-    EventObject(bool manualReset, bool initialState) noexcept
-        : Object(kKind), m_access(EVENT_ALL_ACCESS), m_own(initialState), m_waitable(m_own, manualReset, false)
+    // The parameter, which a named event's block keeps, says whether it is a manual-reset one.
+    EventObject(std::uint32_t manualReset, bool initialState) noexcept
+        : NamedObject(kKind, nullptr, kAllAccess), m_own(initialState), m_waitable(m_own, manualReset != 0, false)
     {
     }
-    // The block's parameter says whether the event is a manual-reset one.
-    EventObject(std::unique_ptr<NamedBlock> block, DWORD access) noexcept
-        : Object(kKind), m_access(access), m_block(std::move(block)),
-          m_waitable(*static_cast<EventState*>(m_block->State()), m_block->Parameter() != 0, true)
+    EventObject(const std::shared_ptr<NamedBlock>& block, DWORD access) noexcept
+        : NamedObject(kKind, block, access),
+          m_waitable(*static_cast<EventState*>(block->State()), block->Parameter() != 0, true)
     {
     }
 
-    // May the handle set, reset and pulse?
-    bool MayModify() const noexcept { return (m_access & EVENT_MODIFY_STATE) != 0; }
     EventWaitable& Event() noexcept { return m_waitable; }
 
-    Waitable* AsWaitable() noexcept override { return (m_access & SYNCHRONIZE) != 0 ? &m_waitable : nullptr; }
-    void OnHandleClosed() noexcept override
-    {
-        if (m_block)
-            m_block->ReleaseName();
-    }
-
 private:
-    const DWORD m_access;
-    std::unique_ptr<NamedBlock> m_block;
+    Waitable& Wait() noexcept override { return m_waitable; }
+
     EventState m_own;
     EventWaitable m_waitable;
 };

@@ -116,7 +116,8 @@ EventState::Wake EventState::Set(bool manualReset) noexcept
         else
             next = manualReset ? bits : AddGrant(bits);
     } while (!m_bits.compare_exchange_weak(bits, next, std::memory_order_acq_rel));
-    if (Waiters(next) == 0 || next == bits)
+    // Also when nothing changed: whoever set it before may have been killed before its wake.
+    if (Waiters(next) == 0)
         return Wake::None;
     return manualReset || (bits & SignaledBit) != 0 ? Wake::All : Wake::One;
 }

@@ -16,11 +16,14 @@ public:
     {
     }
 
-    bool TryTake() noexcept override { return m_state.TryTake(m_manualReset); }
-    bool BeginWait(std::uint32_t& ticket) noexcept override { return m_state.BeginWait(m_manualReset, ticket); }
-    bool TryEndWait(std::uint32_t ticket, std::uint32_t& expected) noexcept override
+    Taken TryTake() noexcept override { return Result(m_state.TryTake(m_manualReset)); }
+    Taken BeginWait(std::uint32_t& ticket) noexcept override
     {
-        return m_state.TryEndWait(m_manualReset, ticket, expected);
+        return Result(m_state.BeginWait(m_manualReset, ticket));
+    }
+    Taken TryEndWait(std::uint32_t ticket, std::uint32_t& expected) noexcept override
+    {
+        return Result(m_state.TryEndWait(m_manualReset, ticket, expected));
     }
     void AbandonWait() noexcept override { Wake(m_state.AbandonWait(m_manualReset)); }
     FutexRef Futex() const noexcept override { return {m_state.FutexWord(), m_shared}; }
@@ -31,6 +34,7 @@ public:
     void Pulse() noexcept { Wake(m_state.Pulse(m_manualReset)); }
 
 private:
+    static Taken Result(bool taken) noexcept { return taken ? Taken::Yes : Taken::No; }
     void Wake(EventState::Wake whom) noexcept
     {
         if (whom != EventState::Wake::None)

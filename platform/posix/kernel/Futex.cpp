@@ -39,6 +39,23 @@ Deadline::Deadline(DWORD milliseconds) noexcept : m_infinite(milliseconds == INF
     }
 }
 
+std::uint64_t MonotonicNow() noexcept
+{
+    const timespec now = Now();
+    return static_cast<std::uint64_t>(now.tv_sec) * NanosecondsPerSecond + static_cast<std::uint64_t>(now.tv_nsec);
+}
+
+bool Deadline::LimitTo(std::uint64_t nanoseconds) noexcept
+{
+    const timespec limit{static_cast<time_t>(nanoseconds / NanosecondsPerSecond),
+                         static_cast<long>(nanoseconds % NanosecondsPerSecond)};
+    if (!m_infinite && (m_at.tv_sec < limit.tv_sec || (m_at.tv_sec == limit.tv_sec && m_at.tv_nsec <= limit.tv_nsec)))
+        return false;
+    m_infinite = false;
+    m_at = limit;
+    return true;
+}
+
 timespec Deadline::Remaining() const noexcept
 {
     const timespec now = Now();

@@ -15,11 +15,17 @@
 namespace vlt::posix
 {
 
+// Nanoseconds of the monotonic clock, the one that all deadlines are on. Never 0.
+std::uint64_t MonotonicNow() noexcept;
+
 // A moment on the monotonic clock; made from a Windows time-out in milliseconds.
 class Deadline
 {
 public:
     explicit Deadline(DWORD milliseconds) noexcept;
+
+    // Not later than that moment of MonotonicNow; true when it was later.
+    bool LimitTo(std::uint64_t nanoseconds) noexcept;
 
     // Null when there is no end.
     const timespec* At() const noexcept { return m_infinite ? nullptr : &m_at; }

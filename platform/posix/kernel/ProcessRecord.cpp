@@ -130,20 +130,20 @@ bool ProcessRecord::Terminate(UINT exitCode) noexcept
 
 std::optional<DWORD> ProcessRecord::ExitCode() noexcept
 {
-    if (!TryTake())
+    if (TryTake() == Taken::No)
         return STILL_ACTIVE;
     const std::lock_guard guard(m_lock);
     return m_exitCode;
 }
 
-bool ProcessRecord::TryTake() noexcept
+Taken ProcessRecord::TryTake() noexcept
 {
-    if (m_ended.TryTake())
-        return true;
+    if (m_ended.IsSignaled())
+        return Taken::Yes;
     if (!HasEnded())
-        return false;
+        return Taken::No;
     Collect();
-    return true;
+    return Taken::Yes;
 }
 
 std::optional<DWORD> ProcessRecord::CollectedCode() const noexcept
@@ -200,7 +200,7 @@ void ProcessRecord::OnReady(std::uint32_t) noexcept
 
 void ProcessRecord::OnHandleClosed() noexcept
 {
-    if (m_isChild && !TryTake())
+    if (m_isChild && TryTake() == Taken::No)
         Watch();
 }
 

@@ -34,10 +34,10 @@ public:
     // A child whose handle is closed while it runs is still collected at its end.
     void OnHandleClosed() noexcept;
 
-    bool TryTake() noexcept override;
+    Taken TryTake() noexcept override;
     bool PrepareWait() noexcept override { return Watch(); }
-    bool BeginWait(std::uint32_t& ticket) noexcept override { return m_ended.BeginWait(ticket); }
-    bool TryEndWait(std::uint32_t ticket, std::uint32_t& expected) noexcept override
+    Taken BeginWait(std::uint32_t& ticket) noexcept override { return m_ended.BeginWait(ticket); }
+    Taken TryEndWait(std::uint32_t ticket, std::uint32_t& expected) noexcept override
     {
         return m_ended.TryEndWait(ticket, expected);
     }

@@ -201,6 +201,7 @@ void ThreadRecord::AtThreadEnd(void* holder) noexcept
 {
     const std::unique_ptr<ThreadStart> start(static_cast<ThreadStart*>(holder));
     start->record->Retire();
+    start->record->m_mutexes.AbandonAll();
     t_self.record = nullptr;
     start->record->m_ended.Set();
 }

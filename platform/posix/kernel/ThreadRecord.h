@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/posix/kernel/EventWaitable.h"
+#include "platform/posix/kernel/OwnedMutexes.h"
 #include "platform/posix/win32/kernel.h"
 
 #include <atomic>
@@ -22,6 +23,7 @@ public:
     // The calling thread's; made at the first call in a thread that the layer did not start.
     static ThreadRecord* OfCaller();
 
+    OwnedMutexes& Mutexes() noexcept { return m_mutexes; } // the thread's own use only
     EventWaitable& Ended() noexcept { return m_ended; }
     bool HasEnded() const noexcept { return m_endedState.IsSignaled(); }
     DWORD Id() const noexcept { return m_id.load(std::memory_order_acquire); }
@@ -47,6 +49,7 @@ private:
     void AwaitResume() noexcept;
     void Retire() noexcept;
 
+    OwnedMutexes m_mutexes;
     EventState m_endedState;
     EventWaitable m_ended;
     const VltThreadProc m_proc;

@@ -4,8 +4,8 @@
 #include "platform/posix/kernel/Waitable.h"
 #include "platform/posix/win32/kernel.h"
 
-#include <array>
 #include <cerrno>
+#include <new>
 #include <sched.h>
 
 using namespace vlt::posix;
@@ -28,6 +28,12 @@ Waitable* WaitableOf(const Pinned<Object>& object) noexcept
     return waitable;
 }
 
+// A wait's result for the object of that index.
+DWORD ResultOf(Taken taken, DWORD index = 0) noexcept
+{
+    return (taken == Taken::Abandoned ? WAIT_ABANDONED_0 : WAIT_OBJECT_0) + index;
+}
+
 // What a wait that could not sleep returns: time-out, or the kernel's refusal.
 DWORD EndOfSleep() noexcept
 {
@@ -35,6 +41,15 @@ DWORD EndOfSleep() noexcept
         return WAIT_TIMEOUT;
     SetLastError(errno == ENOSYS ? ERROR_NOT_SUPPORTED : ERROR_GEN_FAILURE);
     return WAIT_FAILED;
+}
+
+constexpr DWORD LookAgain = WAIT_IO_COMPLETION; // which no wait returns
+
+// After a sleep: LookAgain, or what the wait returns if there is nothing to take. `limited`: an object
+// and not the caller set the end of the sleep.
+DWORD AfterSleep(bool again, bool limited) noexcept
+{
+    return again || (limited && errno == ETIMEDOUT) ? LookAgain : EndOfSleep();
 }
 
 class SingleWait final : public Interruptible
@@ -46,13 +61,15 @@ public:
     {
         if (!m_waitable)
             return WAIT_FAILED;
-        if (m_waitable->TryTake())
-            return WAIT_OBJECT_0;
-        if (milliseconds == 0)
-            return WAIT_TIMEOUT;
-        const Deadline deadline(milliseconds);
-        const int descriptor = m_waitable->PollDescriptor();
-        return descriptor >= 0 ? Poll(descriptor, deadline) : Sleep(deadline);
+        Taken taken = m_waitable->TryTake();
+        if (taken == Taken::No && milliseconds != 0) {
+            const Deadline deadline(milliseconds);
+            const int descriptor = m_waitable->PollDescriptor();
+            return descriptor >= 0 ? Poll(descriptor, deadline) : Sleep(deadline);
+        }
+        if (taken == Taken::No && m_waitable->Refresh())
+            taken = m_waitable->TryTake();
+        return taken == Taken::No ? WAIT_TIMEOUT : ResultOf(taken);
     }
 
     void Abandon() noexcept override
@@ -67,27 +84,34 @@ private:
     {
         if (!m_waitable->PrepareWait())
             return WAIT_FAILED;
-        if (m_waitable->BeginWait(m_ticket))
-            return WAIT_OBJECT_0;
+        Taken taken = m_waitable->BeginWait(m_ticket);
+        if (taken != Taken::No)
+            return ResultOf(taken);
         m_begun = true;
         const FutexRef futex = m_waitable->Futex();
         std::uint32_t expected = m_ticket;
         while (true) {
+            Deadline end = deadline;
+            const bool limited = m_waitable->LimitSleep(end);
             bool again = false;
             {
                 const WaitScope scope(*this);
-                again = FutexWait(futex.word, expected, futex.shared, deadline);
+                again = FutexWait(futex.word, expected, futex.shared, end);
             }
-            const DWORD end = again ? WAIT_OBJECT_0 : EndOfSleep();
-            if (m_waitable->TryEndWait(m_ticket, expected))
-                return WAIT_OBJECT_0;
-            if (!again) {
+            const DWORD result = AfterSleep(again, limited);
+            taken = m_waitable->TryEndWait(m_ticket, expected);
+            if (taken == Taken::No && result != LookAgain && m_waitable->Refresh())
+                taken = m_waitable->TryEndWait(m_ticket, expected);
+            if (taken != Taken::No)
+                return ResultOf(taken);
+            if (result != LookAgain) {
                 m_waitable->AbandonWait();
-                return end;
+                return result;
             }
         }
     }
 
+    // A process: it is never abandoned, and its end needs nobody's look.
     DWORD Poll(int descriptor, const Deadline& deadline) noexcept
     {
         while (true) {
@@ -96,11 +120,11 @@ private:
                 const WaitScope scope(*this);
                 again = PollReadable(descriptor, deadline);
             }
-            const DWORD end = again ? WAIT_OBJECT_0 : EndOfSleep();
-            if (m_waitable->TryTake())
+            const DWORD result = AfterSleep(again, false);
+            if (m_waitable->TryTake() != Taken::No)
                 return WAIT_OBJECT_0;
-            if (!again)
-                return end;
+            if (result != LookAgain)
+                return result;
         }
     }
 
@@ -113,13 +137,22 @@ private:
 class MultipleWait final : public Interruptible
 {
 public:
+    MultipleWait() noexcept = default;
+    MultipleWait(const MultipleWait&) = delete;
+    MultipleWait& operator=(const MultipleWait&) = delete;
+    ~MultipleWait()
+    {
+        for (DWORD i = 0; i < m_count; ++i)
+            At(i).~Entry();
+    }
+
     // False with the last error set when one of the handles cannot be waited for.
     bool Pin(DWORD count, const HANDLE* handles) noexcept
     {
-        for (; m_count < count; ++m_count) {
-            Entry& entry = m_entries[m_count];
-            entry.object = Pinned<Object>(handles[m_count], WaitableKinds);
-            entry.waitable = WaitableOf(entry.object);
+        while (m_count < count) {
+            const HANDLE handle = handles[m_count];
+            const Entry& entry = *new (&m_entries[m_count]) Entry(handle);
+            ++m_count;
             if (!entry.waitable)
                 return false;
         }
@@ -129,77 +162,107 @@ public:
     DWORD Run(DWORD milliseconds) noexcept
     {
         for (DWORD i = 0; i < m_count; ++i) {
-            if (m_entries[i].waitable->TryTake())
-                return WAIT_OBJECT_0 + i;
+            if (const Taken taken = At(i).waitable->TryTake(); taken != Taken::No)
+                return ResultOf(taken, i);
         }
-        return milliseconds == 0 ? WAIT_TIMEOUT : Sleep(Deadline(milliseconds));
+        if (milliseconds != 0)
+            return Sleep(Deadline(milliseconds));
+        for (DWORD i = 0; i < m_count; ++i) {
+            if (!At(i).waitable->Refresh())
+                continue;
+            if (const Taken taken = At(i).waitable->TryTake(); taken != Taken::No)
+                return ResultOf(taken, i);
+        }
+        return WAIT_TIMEOUT;
     }
 
     void Abandon() noexcept override
     {
         AbandonAllBut(m_count);
         for (DWORD i = 0; i < m_count; ++i)
-            m_entries[i].object.Reset();
+            At(i).object.Reset();
     }
 
 private:
     struct Entry {
+        explicit Entry(HANDLE handle) noexcept : object(handle, WaitableKinds), waitable(WaitableOf(object)) {}
+
         Pinned<Object> object;
-        Waitable* waitable = nullptr;
+        Waitable* const waitable;
         std::uint32_t ticket = 0;
     };
+    // Memory for the most, of which a wait touches only what it needs.
+    struct alignas(Entry) EntryMemory {
+        unsigned char bytes[sizeof(Entry)];
+    };
+
+    Entry& At(DWORD index) noexcept { return *std::launder(reinterpret_cast<Entry*>(&m_entries[index])); }
 
     DWORD Sleep(const Deadline& deadline) noexcept
     {
         for (m_begun = 0; m_begun < m_count; ++m_begun) {
-            Entry& entry = m_entries[m_begun];
+            Entry& entry = At(m_begun);
             if (!entry.waitable->PrepareWait()) {
                 AbandonAllBut(m_count);
                 return WAIT_FAILED;
             }
-            if (entry.waitable->BeginWait(entry.ticket)) {
-                const DWORD index = m_begun;
-                AbandonAllBut(index);
-                return WAIT_OBJECT_0 + index;
-            }
+            if (const Taken taken = entry.waitable->BeginWait(entry.ticket); taken != Taken::No)
+                return EndWith(taken, m_begun);
             const FutexRef futex = entry.waitable->Futex();
             m_words[m_begun] = MakeFutexWaitV(futex.word, entry.ticket, futex.shared);
         }
         while (true) {
+            Deadline end = deadline;
+            bool limited = false;
+            for (DWORD i = 0; i < m_count; ++i)
+                limited |= At(i).waitable->LimitSleep(end);
             bool again = false;
             {
                 const WaitScope scope(*this);
-                again = FutexWaitMany({m_words.data(), m_count}, deadline);
+                again = FutexWaitMany({m_words, m_count}, end);
             }
-            const DWORD end = again ? WAIT_OBJECT_0 : EndOfSleep();
+            const DWORD result = AfterSleep(again, limited);
             for (DWORD i = 0; i < m_count; ++i) {
-                std::uint32_t expected = 0;
-                if (m_entries[i].waitable->TryEndWait(m_entries[i].ticket, expected)) {
-                    AbandonAllBut(i);
-                    return WAIT_OBJECT_0 + i;
-                }
-                m_words[i].val = expected;
+                if (const Taken taken = TryEnd(i, result != LookAgain); taken != Taken::No)
+                    return EndWith(taken, i);
             }
-            if (!again) {
+            if (result != LookAgain) {
                 AbandonAllBut(m_count);
-                return end;
+                return result;
             }
         }
+    }
+
+    Taken TryEnd(DWORD index, bool last) noexcept
+    {
+        Entry& entry = At(index);
+        std::uint32_t expected = 0;
+        Taken taken = entry.waitable->TryEndWait(entry.ticket, expected);
+        if (taken == Taken::No && last && entry.waitable->Refresh())
+            taken = entry.waitable->TryEndWait(entry.ticket, expected);
+        m_words[index].val = expected;
+        return taken;
+    }
+
+    DWORD EndWith(Taken taken, DWORD index) noexcept
+    {
+        AbandonAllBut(index);
+        return ResultOf(taken, index);
     }
 
     void AbandonAllBut(DWORD index) noexcept
     {
         for (DWORD i = 0; i < m_begun; ++i) {
             if (i != index)
-                m_entries[i].waitable->AbandonWait();
+                At(i).waitable->AbandonWait();
         }
         m_begun = 0;
     }
 
-    std::array<Entry, MAXIMUM_WAIT_OBJECTS> m_entries;
-    std::array<futex_waitv, MAXIMUM_WAIT_OBJECTS> m_words;
-    DWORD m_count = 0;
+    DWORD m_count = 0; // entries made
     DWORD m_begun = 0; // waits counted
+    EntryMemory m_entries[MAXIMUM_WAIT_OBJECTS];
+    futex_waitv m_words[MAXIMUM_WAIT_OBJECTS];
 };
 
 } // namespace

@@ -1,8 +1,8 @@
 // What a wait looks at. Each kind of object says how it is satisfied; the waits themselves
 // (WaitApi.cpp) only know this interface.
 //
-// Life of one wait on one object: BeginWait; any number of TryEndWait and sleeps on the futex word;
-// then either TryEndWait said true or AbandonWait. No lock is held between these calls, and a process
+// Life of one wait on one object: BeginWait; any number of TryEndWait, LimitSleep and sleeps on the futex
+// word; then either TryEndWait took the object or AbandonWait. No lock is held between these calls, and a process
 // may be killed between any two of them.
 #pragma once
 
@@ -10,6 +10,14 @@
 
 namespace vlt::posix
 {
+
+class Deadline;
+
+enum class Taken : std::uint8_t {
+    No,
+    Yes,
+    Abandoned, // yes, from an owner that ended without giving it up
+};
 
 struct FutexRef {
     const std::uint32_t* word = nullptr;
@@ -20,16 +28,27 @@ class Waitable
 {
 public:
     // Satisfied now, and consumed as the kind demands.
-    virtual bool TryTake() noexcept = 0;
+    virtual Taken TryTake() noexcept = 0;
 
     // Before the first BeginWait of a wait. False with the last error set: the wait fails.
     virtual bool PrepareWait() noexcept { return true; }
 
-    // True as TryTake; otherwise the wait is counted from here on and `ticket` is its own.
-    virtual bool BeginWait(std::uint32_t& ticket) noexcept = 0;
-    // True: satisfied, counted no more. False: sleep while the futex word is `expected`.
-    virtual bool TryEndWait(std::uint32_t ticket, std::uint32_t& expected) noexcept = 0;
+    // As TryTake; when it took nothing the wait is counted from here on and `ticket` is its own, and the
+    // first value that it may sleep on.
+    virtual Taken BeginWait(std::uint32_t& ticket) noexcept = 0;
+    // Taken: the wait is counted no more. Otherwise: sleep while the futex word is `expected`.
+    virtual Taken TryEndWait(std::uint32_t ticket, std::uint32_t& expected) noexcept = 0;
     virtual void AbandonWait() noexcept = 0;
+
+    // For what happens without anybody to wake the sleepers. Before each sleep: brings its end forward to
+    // the moment at which the object must be looked at again; true when it did.
+    virtual bool LimitSleep(Deadline& end) noexcept
+    {
+        static_cast<void>(end);
+        return false;
+    }
+    // Before a wait gives up: true when the object has changed, so that it is to be tried once more.
+    virtual bool Refresh() noexcept { return false; }
 
     virtual FutexRef Futex() const noexcept = 0;
 

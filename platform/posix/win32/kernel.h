@@ -1,4 +1,4 @@
-// Kernel objects: handles, waits, events, threads, processes, critical sections.
+// Kernel objects: handles, waits, events, mutexes, semaphores, timers, threads, processes, critical sections.
 //
 // Handle values are validated table entries and are never used twice in a process's life: a stale,
 // null or wrong-kind handle gives FALSE / WAIT_FAILED with ERROR_INVALID_HANDLE and reaches no
@@ -9,6 +9,7 @@
 #include "base.h"
 
 #define WAIT_OBJECT_0 0u
+#define WAIT_ABANDONED 0x80u
 #define WAIT_ABANDONED_0 0x80u
 #define WAIT_IO_COMPLETION 0xC0u
 #define WAIT_TIMEOUT 258u
@@ -28,6 +29,37 @@ VLT_API HANDLE OpenEventA(DWORD access, BOOL inherit, LPCSTR name);
 VLT_API BOOL SetEvent(HANDLE event);
 VLT_API BOOL ResetEvent(HANDLE event);
 VLT_API BOOL PulseEvent(HANDLE event);
+
+#define MUTEX_MODIFY_STATE 0x0001u
+#define MUTEX_ALL_ACCESS 0x001F0001u
+// Owned by a thread, which may take it again and again. When an owner ends without having released it,
+// one wait gets it with WAIT_ABANDONED.
+VLT_API HANDLE CreateMutexW(LPSECURITY_ATTRIBUTES security, BOOL initialOwner, LPCWSTR name);
+VLT_API HANDLE CreateMutexA(LPSECURITY_ATTRIBUTES security, BOOL initialOwner, LPCSTR name);
+VLT_API HANDLE OpenMutexW(DWORD access, BOOL inherit, LPCWSTR name);
+VLT_API HANDLE OpenMutexA(DWORD access, BOOL inherit, LPCSTR name);
+VLT_API BOOL ReleaseMutex(HANDLE mutex);
+
+#define SEMAPHORE_MODIFY_STATE 0x0002u
+#define SEMAPHORE_ALL_ACCESS 0x001F0003u
+VLT_API HANDLE CreateSemaphoreW(LPSECURITY_ATTRIBUTES security, LONG initial, LONG maximum, LPCWSTR name);
+VLT_API HANDLE CreateSemaphoreA(LPSECURITY_ATTRIBUTES security, LONG initial, LONG maximum, LPCSTR name);
+VLT_API HANDLE OpenSemaphoreW(DWORD access, BOOL inherit, LPCWSTR name);
+// ERROR_TOO_MANY_POSTS above the maximum, and the count is as before. `previous` may be null.
+VLT_API BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LPLONG previous);
+
+#define TIMER_QUERY_STATE 0x0001u
+#define TIMER_MODIFY_STATE 0x0002u
+#define TIMER_ALL_ACCESS 0x001F0003u
+using PTIMERAPCROUTINE = void (*)(LPVOID argument, DWORD timeLow, DWORD timeHigh);
+VLT_API HANDLE CreateWaitableTimerW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, LPCWSTR name);
+VLT_API HANDLE OpenWaitableTimerW(DWORD access, BOOL inherit, LPCWSTR name);
+// Due: 100 ns units, below 0 from now, otherwise since 1601 (UTC). Period: milliseconds, 0 for none; the
+// periods that nobody waited for make one signal. Neither routine nor resume: ERROR_NOT_SUPPORTED.
+VLT_API BOOL SetWaitableTimer(HANDLE timer, const LARGE_INTEGER* due, LONG period, PTIMERAPCROUTINE routine,
+                              LPVOID argument, BOOL resume);
+// A signalled timer stays signalled.
+VLT_API BOOL CancelWaitableTimer(HANDLE timer);
 
 VLT_API DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 VLT_API DWORD WaitForSingleObjectEx(HANDLE handle, DWORD milliseconds, BOOL alertable);

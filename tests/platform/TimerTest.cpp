@@ -1,0 +1,149 @@
+#include "tests/platform/Fails.h"
+#include "tests/platform/Waiter.h"
+
+#include <cstdio>
+#include <gtest/gtest.h>
+
+using namespace vlt::test;
+using vlt::KernelHandle;
+
+namespace
+{
+
+constexpr LONGLONG kMillisecond = 10000;
+constexpr LONGLONG kFar = -1000000 * kMillisecond;
+
+KernelHandle Create(bool manualReset, const char* name = "")
+{
+    return KernelHandle(CreateWaitableTimerW(nullptr, manualReset, *name ? Name(name).c_str() : nullptr));
+}
+
+bool Set(const KernelHandle& timer, LONGLONG due, LONG period = 0)
+{
+    LARGE_INTEGER time;
+    time.QuadPart = due;
+    return SetWaitableTimer(timer.Get(), &time, period, nullptr, nullptr, FALSE) != FALSE;
+}
+
+DWORD Await(const KernelHandle& timer, DWORD milliseconds = kSoon)
+{
+    return WaitForSingleObject(timer.Get(), milliseconds);
+}
+
+LONGLONG Today()
+{
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    return static_cast<LONGLONG>((static_cast<ULONGLONG>(now.dwHighDateTime) << 32) | now.dwLowDateTime);
+}
+
+} // namespace
+
+VLT_CHILD(timer_waiter)
+{
+    const KernelHandle timer(OpenWaitableTimerW(SYNCHRONIZE, FALSE, vlt::ToWide(args[0], CP_UTF8).c_str()));
+    std::puts("ready");
+    std::fflush(stdout);
+    return static_cast<int>(Await(timer));
+}
+
+TEST(Timer, BecomesDueAtItsTime)
+{
+    const KernelHandle timer = Create(false);
+    EXPECT_EQ(Await(timer, 20), WAIT_TIMEOUT); // not set
+    for (const LONGLONG due : {LONGLONG{0}, LONGLONG{1}, -30 * kMillisecond, Today() + 30 * kMillisecond}) {
+        const ULONGLONG before = GetTickCount64();
+        ASSERT_TRUE(Set(timer, due));
+        EXPECT_EQ(Await(timer), WAIT_OBJECT_0);
+        if (due < 0) { // a clock that counts in ticks of up to 16 ms
+            EXPECT_GE(GetTickCount64() - before, 30u - 17u);
+        }
+        EXPECT_EQ(Await(timer, 0), WAIT_TIMEOUT); // taken
+    }
+    for (const LONGLONG never : {kFar, Today() - kFar, LONGLONG{1} << 62, -(LONGLONG{1} << 62)}) {
+        ASSERT_TRUE(Set(timer, never));
+        EXPECT_EQ(Await(timer, 1), WAIT_TIMEOUT);
+    }
+    const KernelHandle manual = Create(true);
+    ASSERT_TRUE(Set(manual, -5 * kMillisecond, 5));
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(Await(manual), WAIT_OBJECT_0);
+    ASSERT_TRUE(Set(manual, kFar));
+    EXPECT_EQ(Await(manual, 0), WAIT_TIMEOUT);
+}
+
+TEST(Timer, PeriodsRepeatAndMissedOnesAreOne)
+{
+    const KernelHandle timer = Create(false);
+    ASSERT_TRUE(Set(timer, 0, 10));
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(Await(timer), WAIT_OBJECT_0);
+    ULONGLONG before = 0;
+    do { // until it was surely cancelled before its time
+        before = GetTickCount64();
+        ASSERT_TRUE(Set(timer, -100 * kMillisecond, 10));
+        ASSERT_TRUE(CancelWaitableTimer(timer.Get()));
+    } while (GetTickCount64() - before >= 80);
+    EXPECT_EQ(Await(timer, 150), WAIT_TIMEOUT);
+    // Due since long, with periods in between, but once.
+    ASSERT_TRUE(Set(timer, Today() - 100000 * kMillisecond, 100000));
+    EXPECT_EQ(Await(timer), WAIT_OBJECT_0);
+    EXPECT_EQ(Await(timer, 0), WAIT_TIMEOUT);
+    // Cancelling takes no signal back.
+    ASSERT_TRUE(Set(timer, 0, 1));
+    EXPECT_EQ(Await(timer), WAIT_OBJECT_0);
+    const KernelHandle once = Create(false);
+    ASSERT_TRUE(Set(once, 0));
+    const HANDLE handles[] = {timer.Get(), once.Get()};
+    ASSERT_TRUE(CancelWaitableTimer(once.Get()));
+    ASSERT_TRUE(CancelWaitableTimer(timer.Get()));
+    Await(timer, 0);
+    EXPECT_EQ(WaitForMultipleObjects(2, handles, FALSE, kSoon), WAIT_OBJECT_0 + 1);
+    EXPECT_EQ(WaitForMultipleObjects(2, handles, FALSE, 20), WAIT_TIMEOUT);
+}
+
+TEST(Timer, ASleeperFollowsItsNewTimes)
+{
+    const KernelHandle timer = Create(false);
+    const KernelHandle event = MakeEvent(false);
+    ASSERT_TRUE(Set(timer, kFar));
+    const Waiter single({timer.Get()});
+    const Waiter several({event.Get(), timer.Get()});
+    ASSERT_TRUE(Set(timer, -10 * kMillisecond, 10)); // one signal for each
+    EXPECT_EQ(single.Result(), WAIT_OBJECT_0);
+    EXPECT_EQ(several.Result(), WAIT_OBJECT_0 + 1);
+    ASSERT_TRUE(CancelWaitableTimer(timer.Get()));
+    const KernelHandle none = Create(true);
+    const Waiter later({none.Get()});
+    ASSERT_TRUE(Set(none, 0));
+    EXPECT_EQ(later.Result(), WAIT_OBJECT_0);
+}
+
+TEST(Timer, ProcessesShareIt)
+{
+    const KernelHandle timer = Create(true, "Shared");
+    const KernelHandle again = Create(false, "Shared");
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    Child first("timer_waiter", {NarrowName("Shared")});
+    Child second("timer_waiter", {NarrowName("Shared")});
+    ASSERT_EQ(first.ReadLine() + second.ReadLine(), "readyready");
+    ASSERT_TRUE(Set(again, -20 * kMillisecond));
+    EXPECT_EQ(first.Wait(kSoon), 0);
+    EXPECT_EQ(second.Wait(kSoon), 0);
+    EXPECT_EQ(Await(timer, 0), WAIT_OBJECT_0);
+}
+
+TEST(Timer, BadArgumentsFailWithTheirCodes)
+{
+    const KernelHandle timer = Create(false, "Bad");
+    const KernelHandle waitOnly(OpenWaitableTimerW(SYNCHRONIZE, FALSE, Name("Bad").c_str()));
+    EXPECT_FAILS(Set(waitOnly, 0), ERROR_ACCESS_DENIED);
+    EXPECT_FAILS(CancelWaitableTimer(waitOnly.Get()), ERROR_ACCESS_DENIED);
+    EXPECT_FAILS(Set(timer, 0, -1), ERROR_INVALID_PARAMETER);
+    EXPECT_FAILS(OpenWaitableTimerW(SYNCHRONIZE, FALSE, Name("None").c_str()), ERROR_FILE_NOT_FOUND);
+#ifndef _WIN32
+    const LARGE_INTEGER now{};
+    EXPECT_FAILS(SetWaitableTimer(timer.Get(), &now, 0, nullptr, nullptr, TRUE), ERROR_NOT_SUPPORTED);
+#endif
+    EXPECT_EQ(Await(timer, 0), WAIT_TIMEOUT);
+}
