@@ -74,8 +74,8 @@ TEST(Mutex, ANamedOneIsOwnedThroughAnyHandle)
     EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
     EXPECT_TRUE(ReleaseMutex(second.Get()));
     EXPECT_FAILS(ReleaseMutex(first.Get()), ERROR_NOT_OWNER);
-    EXPECT_FAILS(OpenMutexW(SYNCHRONIZE, FALSE, Name("None").c_str()), ERROR_FILE_NOT_FOUND);
-    KernelHandle waitOnly(OpenMutexW(SYNCHRONIZE, FALSE, Name("Named").c_str()));
+    EXPECT_FAILS(OpenMutexW(SYNCHRONIZE, FALSE, ObjectName("None").c_str()), ERROR_FILE_NOT_FOUND);
+    KernelHandle waitOnly(OpenMutexW(SYNCHRONIZE, FALSE, ObjectName("Named").c_str()));
     EXPECT_EQ(Take(waitOnly.Get(), 0), WAIT_OBJECT_0);
     waitOnly.Reset(); // closing gives nothing up
     EXPECT_EQ(TakenElsewhere(first.Get(), 0), WAIT_TIMEOUT);

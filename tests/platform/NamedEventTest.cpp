@@ -55,7 +55,7 @@ VLT_CHILD(named_event)
 
 TEST(NamedEvent, AnExistingOneIsOpenedWhateverTheArguments)
 {
-    const WString name = Name("Twice");
+    const WString name = ObjectName("Twice");
     SetLastError(ERROR_GEN_FAILURE);
     const KernelHandle first = Create(name, true, true);
     ASSERT_TRUE(first);
@@ -80,7 +80,7 @@ TEST(NamedEvent, AnExistingOneIsOpenedWhateverTheArguments)
 
 TEST(NamedEvent, TheNameLastsAsLongAsAnyHandle)
 {
-    const WString name = Name("Life");
+    const WString name = ObjectName("Life");
     EXPECT_EQ(OpenError(name), ERROR_FILE_NOT_FOUND);
     KernelHandle first = Create(name, true, true);
     KernelHandle second = Open(name);
@@ -102,7 +102,7 @@ TEST(NamedEvent, TheNameLastsAsLongAsAnyHandle)
 
 TEST(NamedEvent, ProcessesShareIt)
 {
-    const WString name = Name("Shared");
+    const WString name = ObjectName("Shared");
     const KernelHandle event = Create(name);
     Child waiting("named_event", {"wait", Narrow(name)});
     EXPECT_EQ(waiting.ReadLine(), "0");
@@ -124,7 +124,7 @@ TEST(NamedEvent, ProcessesShareIt)
 
 TEST(NamedEvent, AKilledHolderLeavesNothing)
 {
-    const WString name = Name("Killed");
+    const WString name = ObjectName("Killed");
     for (int round = 0; round < 3; ++round) {
         Child holder("named_event", {"create", Narrow(name)});
         ASSERT_EQ(holder.ReadLine(), "0"); // new each time
@@ -158,7 +158,7 @@ TEST(NamedEvent, AKilledHolderLeavesNothing)
 TEST(NamedEvent, NamesAreTakenAsTheyAre)
 {
     // Case counts; blanks, dots, slashes and letters of any script are part of a name.
-    const WString base = Name("A");
+    const WString base = ObjectName("A");
     const WString text(240, TEXT('l'));
     for (const WCHAR* suffix : {TEXT("x"), TEXT("X"), TEXT(" ."), TEXT("../y"), TEXT("/"), TEXT("%41"),
                                 TEXT("\u00E4\u4E2D"), TEXT("*?:|"), text.c_str()}) {
@@ -178,7 +178,7 @@ TEST(NamedEvent, NamesAreTakenAsTheyAre)
 
 TEST(NamedEvent, GlobalNamesAreThoseOfSessionZero)
 {
-    const WString name = Name("Session");
+    const WString name = ObjectName("Session");
     const KernelHandle event = Create(TEXT("Global\\") + name);
     ASSERT_TRUE(event);
     EXPECT_EQ(OpenError(TEXT("Global\\") + name), 0u);
@@ -194,16 +194,16 @@ TEST(NamedEvent, GlobalNamesAreThoseOfSessionZero)
     EXPECT_EQ(open("Global\\" + Narrow(name)), "0");
     // Nor does another session's name reach this one.
     Child other("named_event", {"create", NarrowName("Own")}, {{"VLT_SESSION", "1"}});
-    Child same("named_event", {"create", "Local\\" + NarrowName("Own")}, {{"VLT_SESSION", "1"}});
     EXPECT_EQ(other.ReadLine(), "0");
+    Child same("named_event", {"create", "Local\\" + NarrowName("Own")}, {{"VLT_SESSION", "1"}});
     EXPECT_EQ(same.ReadLine(), std::to_string(ERROR_ALREADY_EXISTS));
-    EXPECT_EQ(OpenError(Name("Own")), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(OpenError(ObjectName("Own")), ERROR_FILE_NOT_FOUND);
 #endif
 }
 
 TEST(NamedEvent, OneNameIsOfOneKind)
 {
-    const WString name = Name("Kind");
+    const WString name = ObjectName("Kind");
     using Maker = std::function<HANDLE()>;
     const Maker makers[] = {[&] { return CreateEventW(nullptr, TRUE, FALSE, name.c_str()); },
                             [&] { return CreateMutexW(nullptr, FALSE, name.c_str()); },
@@ -232,22 +232,22 @@ TEST(NamedEvent, SecurityDescriptorsAreChecked)
     ASSERT_TRUE(InitializeSecurityDescriptor(block, SECURITY_DESCRIPTOR_REVISION));
     ASSERT_TRUE(SetSecurityDescriptorDacl(block, TRUE, nullptr, FALSE));
     SECURITY_ATTRIBUTES attributes{sizeof attributes, block, TRUE};
-    const KernelHandle event(CreateEventW(&attributes, TRUE, FALSE, Name("Open").c_str()));
+    const KernelHandle event(CreateEventW(&attributes, TRUE, FALSE, ObjectName("Open").c_str()));
     EXPECT_TRUE(event);
-    const KernelHandle closed = Create(Name("Closed"));
+    const KernelHandle closed = Create(ObjectName("Closed"));
 
 #ifndef _WIN32
     if (geteuid() != 0)
         GTEST_SKIP() << "needs root to become another account";
     // Another account opens the one and not the other, and makes names of its own.
     ASSERT_EQ(chmod(std::getenv("VLT_ROOT"), 0755), 0);
-    Child other("other_account", {Narrow(Name("Open")), Narrow(Name("Closed")), Narrow(Name("Own"))});
+    Child other("other_account", {Narrow(ObjectName("Open")), Narrow(ObjectName("Closed")), Narrow(ObjectName("Own"))});
     EXPECT_EQ(other.ReadLine(), "open 0, create 183");
     EXPECT_EQ(other.ReadLine(), "open 5, create 5");
     EXPECT_EQ(other.ReadLine(), "open 2, create 0");
     EXPECT_TRUE(IsSignaled(event));
     EXPECT_EQ(other.Wait(kSoon), 0);
-    EXPECT_EQ(OpenError(Name("Own")), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(OpenError(ObjectName("Own")), ERROR_FILE_NOT_FOUND);
 #endif
 }
 
@@ -289,7 +289,7 @@ VLT_CHILD(named_event_churn)
 
 TEST(NamedEvent, KillingAtAnyInstantLeavesTheNameUsable)
 {
-    const WString name = Name("Churn");
+    const WString name = ObjectName("Churn");
     for (int round = 0; round < 12; ++round) {
         Child first("named_event_churn", {Narrow(name)});
         Child second("named_event_churn", {Narrow(name)});

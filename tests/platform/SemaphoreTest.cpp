@@ -71,7 +71,7 @@ TEST(Semaphore, ProcessesShareItAndAKilledWaiterTakesNothing)
     const KernelHandle again(CreateSemaphoreA(nullptr, 3, 3, name.c_str()));
     EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
     EXPECT_FALSE(IsSignaled(again));
-    const KernelHandle waitOnly(OpenSemaphoreW(SYNCHRONIZE, FALSE, Name("Shared").c_str()));
+    const KernelHandle waitOnly(OpenSemaphoreW(SYNCHRONIZE, FALSE, ObjectName("Shared").c_str()));
     EXPECT_FAILS(ReleaseSemaphore(waitOnly.Get(), 1, nullptr), ERROR_ACCESS_DENIED);
     Child first("semaphore_taker", {name});
     Child second("semaphore_taker", {name});

@@ -15,7 +15,7 @@ constexpr LONGLONG kFar = -1000000 * kMillisecond;
 
 KernelHandle Create(bool manualReset, const char* name = "")
 {
-    return KernelHandle(CreateWaitableTimerW(nullptr, manualReset, *name ? Name(name).c_str() : nullptr));
+    return KernelHandle(CreateWaitableTimerW(nullptr, manualReset, *name ? ObjectName(name).c_str() : nullptr));
 }
 
 bool Set(const KernelHandle& timer, LONGLONG due, LONG period = 0)
@@ -136,11 +136,11 @@ TEST(Timer, ProcessesShareIt)
 TEST(Timer, BadArgumentsFailWithTheirCodes)
 {
     const KernelHandle timer = Create(false, "Bad");
-    const KernelHandle waitOnly(OpenWaitableTimerW(SYNCHRONIZE, FALSE, Name("Bad").c_str()));
+    const KernelHandle waitOnly(OpenWaitableTimerW(SYNCHRONIZE, FALSE, ObjectName("Bad").c_str()));
     EXPECT_FAILS(Set(waitOnly, 0), ERROR_ACCESS_DENIED);
     EXPECT_FAILS(CancelWaitableTimer(waitOnly.Get()), ERROR_ACCESS_DENIED);
     EXPECT_FAILS(Set(timer, 0, -1), ERROR_INVALID_PARAMETER);
-    EXPECT_FAILS(OpenWaitableTimerW(SYNCHRONIZE, FALSE, Name("None").c_str()), ERROR_FILE_NOT_FOUND);
+    EXPECT_FAILS(OpenWaitableTimerW(SYNCHRONIZE, FALSE, ObjectName("None").c_str()), ERROR_FILE_NOT_FOUND);
 #ifndef _WIN32
     const LARGE_INTEGER now{};
     EXPECT_FAILS(SetWaitableTimer(timer.Get(), &now, 0, nullptr, nullptr, TRUE), ERROR_NOT_SUPPORTED);

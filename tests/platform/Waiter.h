@@ -135,7 +135,7 @@ inline std::string NarrowName(const char* base)
 {
     return "Vlt" + std::to_string(GetCurrentProcessId()) + base;
 }
-inline WString Name(const char* base)
+inline WString ObjectName(const char* base)
 {
     return vlt::ToWide(NarrowName(base), CP_UTF8);
 }
