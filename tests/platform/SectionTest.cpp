@@ -145,16 +145,17 @@ TEST(Section, NamesAreSharedWithTheOtherKindsOfObjects)
     EXPECT_FAILS(CreateEventA(nullptr, TRUE, FALSE, (name + "2").c_str()), ERROR_INVALID_HANDLE);
     EXPECT_FAILS(Open(""), ERROR_INVALID_HANDLE);
     EXPECT_FAILS(OpenFileMappingW(FILE_MAP_READ, FALSE, nullptr), ERROR_INVALID_PARAMETER);
-    EXPECT_FAILS(Create(name + "\\x", 100), ERROR_PATH_NOT_FOUND);
+    EXPECT_FAILS(Create(Name("None") + "\\x", 100), ERROR_PATH_NOT_FOUND);
     const KernelHandle global(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 100,
                                                  vlt::ToWide("Global\\" + name + "3", CP_UTF8).c_str()));
     EXPECT_TRUE(Open("Global\\" + name + "3"));
 }
 
-// create|open <name>: writes its error, then a text into the section; ends with its input.
+// create|open <name> <size>: writes its error, then a text into the section; ends with its input.
 VLT_CHILD(section_user)
 {
-    const KernelHandle section = args[0] == "create" ? Create(args[1], 100) : Open(args[1]);
+    const KernelHandle section =
+        args[0] == "create" ? Create(args[1], static_cast<DWORD>(std::stoul(args[2]))) : Open(args[1]);
     std::printf("%lu\n", static_cast<unsigned long>(GetLastError()));
     std::fflush(stdout);
     const MappedView view = Map(section);
@@ -172,7 +173,8 @@ TEST(Section, ProcessesShareItAndAKilledOneTakesItsNameAlong)
 {
     const std::string name = Name("Killed");
     for (int round = 0; round < 3; ++round) {
-        Child creator("section_user", {"create", name});
+        const SIZE_T pages = round % 2 == 0 ? 1 : 3; // another section under the same name each time
+        Child creator("section_user", {"create", name, std::to_string(pages * 4096 - 100)});
         ASSERT_EQ(creator.ReadLine(), "0"); // new each time
         ASSERT_EQ(creator.ReadLine(), "written");
         MappedView view;
@@ -181,6 +183,7 @@ TEST(Section, ProcessesShareItAndAKilledOneTakesItsNameAlong)
             view = Map(section);
             ASSERT_TRUE(view);
         }
+        EXPECT_EQ(RegionSize(view.Get()), pages * 4096);
         EXPECT_STREQ(Bytes(view), "from a child");
         Bytes(view)[0] = '\0';
         Child second("section_user", {"open", name});

@@ -1,72 +1,73 @@
-// The file behind a named kernel object.
+// What the handles to a named kernel object share: its file and the memory of its state.
 //
-// A file of MachineRoot/objects holds a header and the object's atomics. Every handle maps it and
-// keeps a descriptor of its own with a shared flock, which the kernel drops with the process: a file
-// without a lock has no living holder. Creating, opening and closing are serialised by a short lock
-// on the folder's lock file; nothing is ever locked across a wait or a wake. So a process may be
-// killed at any instant: what it leaves is a file without a holder, which the next one replaces.
+// Blocks whose last handle in this process was closed are kept for a while with what they have mapped,
+// without holding the object: opening it again then costs a look at the locks of its file instead of a
+// new descriptor and new mappings. See BlockPool.
 #pragma once
 
 #include "platform/posix/core/Object.h"
-#include "platform/posix/win32/base.h"
+#include "platform/posix/kernel/FaultGuard.h"
+#include "platform/posix/kernel/ObjectFile.h"
 
+#include <array>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 
 namespace vlt::posix
 {
 
-// Takes the namespace prefix off the name of an object and gives the name of its file. False with the
-// last error: 206 for more than 260 units, 3 for a backslash that ends no namespace prefix.
-bool ObjectFileName(std::u16string_view& name, std::string& file);
-
 class NamedBlock
 {
 public:
-    static constexpr std::size_t StateSize = 64;
+    static constexpr std::size_t StateSize = ObjectFile::StateSize;
+    static constexpr std::size_t DataOffset = ObjectFile::DataOffset;
+    using Request = ObjectFile::Request; // with the namespace in the name
+    using Initialise = ObjectFile::Initialise;
 
-    struct Request {
-        std::u16string_view name;
-        ObjectKind kind;
-        std::uint32_t parameter = 0; // kept with the object; of no meaning here
-        bool forEveryone = false;    // mode 0666 instead of 0600
-        std::uint64_t dataSize = 0;  // bytes of zeroed memory beside the state, whole pages of it reserved
-    };
-
-    // Where the data begins in the object's file; the page before it is the object's own.
-    static constexpr std::size_t DataOffset = 4096;
-
-    // Writes the state of a new object into zeroed memory of StateSize bytes.
-    using Initialise = void (*)(void* state, const void* context);
-
-    // Null with the last error: 5 no access, 6 another kind, 112 or 1455 no room, and those of
-    // ObjectFileName. On success the last error is 0, or ERROR_ALREADY_EXISTS when the object was there,
-    // with the data size it was made with.
-    static std::unique_ptr<NamedBlock> Create(const Request& request, Initialise initialise, const void* context);
+    // Null with the last error: 5 no access, 6 another kind, 1455 no room, and those of ObjectFileName.
+    // On success the last error is 0, or ERROR_ALREADY_EXISTS when the object was there; it is then as
+    // it was made, whatever was requested.
+    static std::shared_ptr<NamedBlock> Create(const Request& request, Initialise initialise, const void* context);
     // Null with ERROR_FILE_NOT_FOUND when no living process holds the name.
-    static std::unique_ptr<NamedBlock> Open(std::u16string_view name, ObjectKind kind);
+    static std::shared_ptr<NamedBlock> Open(std::u16string_view name, ObjectKind kind);
 
     ~NamedBlock();
     NamedBlock(const NamedBlock&) = delete;
     NamedBlock& operator=(const NamedBlock&) = delete;
 
+    // Null for a section, which has no state.
     void* State() const noexcept;
-    std::uint32_t Parameter() const noexcept;
-    std::uint64_t DataSize() const noexcept { return m_dataSize; }
-    // Of the object's file, for mapping its data; -1 when the name was given up.
-    int Descriptor() const noexcept { return m_descriptor; }
+    std::uint32_t Parameter() const noexcept { return m_file.Parameter(); }
+    std::uint64_t DataSize() const noexcept { return m_file.DataSize(); }
+    int Descriptor() const noexcept { return m_file.Descriptor(); }
 
     // Gives the name up; with the last holder the file goes. The memory stays until destruction.
     void ReleaseName() noexcept;
 
-private:
-    NamedBlock(std::string path, int descriptor, void* memory, std::uint64_t dataSize) noexcept;
+    // Mappings of the whole data that nobody uses: one to read, one to write.
+    std::unique_ptr<GuardedMapping> TakeIdleView(bool write) noexcept;
+    void KeepIdleView(bool write, std::unique_ptr<GuardedMapping> view) noexcept;
 
-    std::string m_path;
-    int m_descriptor;
-    void* m_memory;
-    std::uint64_t m_dataSize;
+private:
+    friend class BlockPool;
+
+    NamedBlock(std::string fileName, ObjectKind kind, ObjectFile file) noexcept;
+    bool MapState() noexcept;
+    static std::shared_ptr<NamedBlock> Share(NamedBlock* block);
+    // Instead of its destruction: keeps the block in the pool when its object is still there.
+    static void Retire(NamedBlock* block) noexcept;
+
+    enum class Name { Held, GivenUp, Gone };
+
+    const std::string m_fileName;
+    const ObjectKind m_kind;
+    ObjectFile m_file;
+    Name m_name = Name::Held;
+    GuardedMapping m_page;
+    std::mutex m_lock; // of the idle views
+    std::array<std::unique_ptr<GuardedMapping>, 2> m_idle;
 };
 
 // From security attributes: null DACL -> everyone, none -> the creator. False with

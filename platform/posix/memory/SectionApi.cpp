@@ -89,16 +89,15 @@ SIZE_T VirtualQuery(LPCVOID address, PMEMORY_BASIC_INFORMATION information, SIZE
         SetLastError(ERROR_BAD_LENGTH);
         return 0;
     }
-    View view{};
+    ViewRegion view{};
     if (!FindView(address, view)) {
         SetLastError(ERROR_NOT_SUPPORTED);
         return 0;
     }
-    const auto offset =
-        static_cast<std::size_t>(static_cast<const char*>(address) - static_cast<const char*>(view.base)) /
-        NamedBlock::DataOffset * NamedBlock::DataOffset;
+    const auto offset = static_cast<std::size_t>(static_cast<const char*>(address) - view.base) /
+                        NamedBlock::DataOffset * NamedBlock::DataOffset;
     const DWORD protect = view.write ? PAGE_READWRITE : PAGE_READONLY;
-    *information = {.BaseAddress = static_cast<char*>(view.base) + offset,
+    *information = {.BaseAddress = view.base + offset,
                     .AllocationBase = view.base,
                     .AllocationProtect = protect,
                     .PartitionId = 0,

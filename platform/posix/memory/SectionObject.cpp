@@ -22,7 +22,7 @@ constexpr std::uint64_t WholePages(std::uint64_t size) noexcept
 
 } // namespace
 
-SectionObject::SectionObject(std::unique_ptr<NamedBlock> block, DWORD access) noexcept
+SectionObject::SectionObject(std::shared_ptr<NamedBlock> block, DWORD access) noexcept
     : Object(kKind), m_access(access), m_size(WholePages(block->DataSize())), m_block(std::move(block))
 {
 }
@@ -50,7 +50,7 @@ std::unique_ptr<SectionObject> SectionObject::MakeUnnamed(std::uint64_t size)
     return std::make_unique<SectionObject>(std::move(memory), size);
 }
 
-void* SectionObject::Map(DWORD access, std::size_t size) noexcept
+void* SectionObject::Map(DWORD access, std::size_t size)
 {
     const bool write = (access & FILE_MAP_WRITE) != 0;
     if ((m_access & (write ? FILE_MAP_WRITE : FILE_MAP_READ)) == 0 || size > m_size) {
@@ -58,16 +58,18 @@ void* SectionObject::Map(DWORD access, std::size_t size) noexcept
         return nullptr;
     }
     const std::size_t length = size == 0 ? m_size : WholePages(size);
-    const int protection = write ? PROT_READ | PROT_WRITE : PROT_READ;
-    const int descriptor = m_block ? m_block->Descriptor() : m_memory.Get();
-    void* const view = mmap(nullptr, length, protection, MAP_SHARED, descriptor,
-                            m_block ? static_cast<off_t>(NamedBlock::DataOffset) : 0);
-    if (view == MAP_FAILED) {
+    std::unique_ptr<GuardedMapping> mapping;
+    if (m_block && length == m_size)
+        mapping = m_block->TakeIdleView(write);
+    if (!mapping)
+        mapping = std::make_unique<GuardedMapping>(m_block ? m_block->Descriptor() : m_memory.Get(),
+                                                   m_block ? static_cast<off_t>(NamedBlock::DataOffset) : 0, length,
+                                                   write ? PROT_READ | PROT_WRITE : PROT_READ);
+    if (!*mapping) {
         SetLastErrorFromErrno();
         return nullptr;
     }
-    AddView(view, length, write);
-    return view;
+    return AddView({.mapping = std::move(mapping), .write = write, .block = length == m_size ? m_block : nullptr});
 }
 
 void SectionObject::OnHandleClosed() noexcept

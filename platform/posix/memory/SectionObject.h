@@ -16,21 +16,21 @@ class SectionObject final : public Object
 public:
     static constexpr ObjectKind kKind = ObjectKind::Section;
 
-    SectionObject(std::unique_ptr<NamedBlock> block, DWORD access) noexcept;
+    SectionObject(std::shared_ptr<NamedBlock> block, DWORD access) noexcept;
     SectionObject(Fd memory, std::uint64_t size) noexcept;
 
     // Unnamed, size above 0; null with the last error.
     static std::unique_ptr<SectionObject> MakeUnnamed(std::uint64_t size);
 
     // Null with the last error. `size` 0 is the whole section.
-    void* Map(DWORD access, std::size_t size) noexcept;
+    void* Map(DWORD access, std::size_t size);
 
     void OnHandleClosed() noexcept override;
 
 private:
     const DWORD m_access;
     const std::uint64_t m_size; // whole pages
-    std::unique_ptr<NamedBlock> m_block;
+    std::shared_ptr<NamedBlock> m_block;
     Fd m_memory; // of an unnamed section
 };
 

@@ -3,7 +3,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
-#include <sys/mman.h>
+#include <utility>
 
 namespace vlt::posix
 {
@@ -29,41 +29,47 @@ auto Find(Table& table, const void* address) noexcept
     if (found == table.views.begin())
         return table.views.end();
     --found;
-    const auto offset =
-        static_cast<std::size_t>(static_cast<const char*>(address) - static_cast<char*>(found->second.base));
-    return offset < found->second.length ? found : table.views.end();
+    const auto offset = static_cast<const char*>(address) - static_cast<const char*>(found->first);
+    return static_cast<std::size_t>(offset) < found->second.mapping->Length() ? found : table.views.end();
 }
 
 } // namespace
 
-void AddView(void* base, std::size_t length, bool write)
+void* AddView(View view)
 {
+    void* const base = view.mapping->Base();
     Table& table = Views();
     const std::lock_guard lock(table.lock);
-    table.views.insert_or_assign(base, View{base, length, write});
+    table.views.emplace(base, std::move(view));
+    return base;
 }
 
-bool FindView(const void* address, View& view) noexcept
+bool FindView(const void* address, ViewRegion& region) noexcept
 {
     Table& table = Views();
     const std::lock_guard lock(table.lock);
     const auto found = Find(table, address);
     if (found == table.views.end())
         return false;
-    view = found->second;
+    const GuardedMapping& mapping = *found->second.mapping;
+    region = {static_cast<char*>(mapping.Base()), mapping.Length(), found->second.write};
     return true;
 }
 
 bool RemoveView(const void* address) noexcept
 {
     Table& table = Views();
-    const std::lock_guard lock(table.lock);
-    const auto found = Find(table, address);
-    if (found == table.views.end())
-        return false;
-    // Under the lock: the address may be given to another view at once.
-    munmap(found->second.base, found->second.length);
-    table.views.erase(found);
+    View view;
+    {
+        const std::lock_guard lock(table.lock);
+        const auto found = Find(table, address);
+        if (found == table.views.end())
+            return false;
+        view = std::move(found->second);
+        table.views.erase(found); // before it is unmapped and its address given to another
+    }
+    if (view.block)
+        view.block->KeepIdleView(view.write, std::move(view.mapping));
     return true;
 }
 

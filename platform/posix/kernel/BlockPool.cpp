@@ -1,0 +1,54 @@
+#include "platform/posix/kernel/BlockPool.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace vlt::posix
+{
+
+BlockPool& BlockPool::Instance()
+{
+    static BlockPool& pool = *new BlockPool; // threads close handles while the process exits
+    return pool;
+}
+
+std::unique_ptr<NamedBlock> BlockPool::Find(const std::string& fileName, ObjectKind kind)
+{
+    const std::lock_guard lock(m_lock);
+    const auto found = std::find_if(m_blocks.begin(), m_blocks.end(), [&](const auto& block) {
+        return block->m_kind == kind && block->m_fileName == fileName;
+    });
+    if (found == m_blocks.end())
+        return nullptr;
+    std::unique_ptr<NamedBlock> block = std::move(*found);
+    m_blocks.erase(found);
+    return block;
+}
+
+std::unique_ptr<NamedBlock> BlockPool::Take(const std::string& fileName, ObjectKind kind)
+{
+    // There are several when threads had the object open at once; a dead one's may lie among them.
+    while (std::unique_ptr<NamedBlock> block = Find(fileName, kind)) {
+        if (!block->m_file.Retake())
+            continue;
+        block->m_name = NamedBlock::Name::Held;
+        return block;
+    }
+    return nullptr;
+}
+
+void BlockPool::Put(std::unique_ptr<NamedBlock> block) noexcept
+{
+    if (block->DataSize() > DataLimit)
+        return;
+    const std::lock_guard lock(m_lock);
+    if (m_blocks.size() == Limit) {
+        std::swap(m_blocks.front(), block);
+        std::rotate(m_blocks.begin(), m_blocks.begin() + 1, m_blocks.end());
+    } else {
+        m_blocks.reserve(Limit);
+        m_blocks.push_back(std::move(block));
+    }
+}
+
+} // namespace vlt::posix
