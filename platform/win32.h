@@ -31,6 +31,7 @@
 #include "posix/win32/registry.h"
 #include "posix/win32/service.h"
 #include "posix/win32/system.h"
+#include "posix/win32/window.h"
 #endif
 
 #include <string>

@@ -21,6 +21,7 @@ enum class ObjectKind : std::uint8_t {
     Service,
     ServiceStatus,
     EventSource,
+    Window,
 };
 
 class Waitable;
