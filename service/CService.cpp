@@ -89,11 +89,11 @@ void CService::CreateControlEvents()
 
 bool CService::RegisterHandler(LPHANDLER_FUNCTION handler)
 {
-    m_statusLock.Enter(); // a control that arrives now waits for the handle
+    m_statusLock.Lock(); // a control that arrives now waits for the handle
     m_statusHandle = RegisterServiceCtrlHandlerW(m_serviceName, handler);
     const bool registered = m_statusHandle != nullptr;
     const DWORD error = registered ? ERROR_SUCCESS : GetLastError();
-    m_statusLock.Leave();
+    m_statusLock.Unlock();
     if (!registered)
         ReportError(TEXT("RegisterServiceCtrlHandler"), true, true, error);
     SetStatus(SERVICE_START_PENDING, 1, kStartWaitHint);
@@ -241,7 +241,7 @@ void CService::SetStatus(DWORD state, DWORD checkpoint, DWORD waitHint, DWORD co
         waitHint = 0;
     }
 
-    m_statusLock.Enter();
+    m_statusLock.Lock();
     m_currentState = state;
     if (checkpoint != kUnchanged)
         m_checkpoint = checkpoint;
@@ -258,7 +258,7 @@ void CService::SetStatus(DWORD state, DWORD checkpoint, DWORD waitHint, DWORD co
     status.dwCheckPoint = m_checkpoint;
     status.dwWaitHint = m_waitHint;
     const SERVICE_STATUS_HANDLE handle = m_statusHandle;
-    m_statusLock.Leave();
+    m_statusLock.Unlock();
 
     if (!SetServiceStatus(handle, &status))
         ReportError(TEXT("SetServiceStatus"), true, true, GetLastError());
