@@ -11,6 +11,18 @@
 namespace bench
 {
 
+// Sleeps until one of the words is not 0.
+inline void WaitMany(std::atomic<std::uint32_t>* words, std::size_t count)
+{
+    futex_waitv entries[FUTEX_WAITV_MAX];
+    for (std::size_t i = 0; i < count; ++i) {
+        entries[i] = {};
+        entries[i].uaddr = reinterpret_cast<std::uint64_t>(words + i);
+        entries[i].flags = FUTEX_32 | FUTEX_PRIVATE_FLAG;
+    }
+    syscall(SYS_futex_waitv, entries, static_cast<unsigned>(count), 0, nullptr, 0);
+}
+
 // A word that two sides pass back and forth: 1 is set, 0 is not. `shared` is for two processes.
 class BareEvent
 {

@@ -1,6 +1,7 @@
 // Waits on several objects beside the wait on one, when the last one is signalled already and as a wake-up
 // between threads; then a named event made, or opened, and closed beside the bare system calls that any
 // file with a lock in a mapping needs.
+#include "bench/Futex.h"
 #include "bench/Measure.h"
 #include "platform/Unique.h"
 
@@ -50,7 +51,29 @@ private:
     std::vector<HANDLE> m_handles;
 };
 
+// The same with nothing but futex words.
+class BareGroup
+{
+public:
+    BareGroup(std::size_t count, bool) : m_words(count) {}
+
+    void Set()
+    {
+        m_words.back().store(1);
+        syscall(SYS_futex, &m_words.back(), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+    }
+    void Wait()
+    {
+        while (m_words.back().exchange(0) == 0)
+            bench::WaitMany(m_words.data(), m_words.size());
+    }
+
+private:
+    std::vector<std::atomic<std::uint32_t>> m_words;
+};
+
 // Two groups and a thread that answers the first with the second.
+template <typename Group>
 class Answered
 {
 public:
@@ -101,16 +124,18 @@ void Signalled(std::size_t count)
 
 void WakeUp(std::size_t count, bool named)
 {
-    const auto body = [](Answered& answered) {
+    const auto body = [](auto& answered) {
         return [&answered](std::size_t operations) {
             for (std::size_t i = 0; i < operations / 2; ++i)
                 answered.Trip();
         };
     };
-    Answered several(count, named);
-    Answered one(1, named);
+    Answered<Group> several(count, named);
+    Answered<Group> one(1, named);
+    Answered<BareGroup> bare(count, named);
     bench::Compare({{"wake-up from " + std::to_string(count) + (named ? " named" : ""), body(several)},
-                    {"wake-up from 1", body(one)}},
+                    {"wake-up from 1", body(one)},
+                    {"futex_waitv", body(bare)}},
                    {count == 5 ? 1.2 : 0}, {.operations = 20000});
 }
 

@@ -139,9 +139,9 @@ TEST(Timer, BadArgumentsFailWithTheirCodes)
     const KernelHandle waitOnly(OpenWaitableTimerW(SYNCHRONIZE, FALSE, ObjectName("Bad").c_str()));
     EXPECT_FAILS(Set(waitOnly, 0), ERROR_ACCESS_DENIED);
     EXPECT_FAILS(CancelWaitableTimer(waitOnly.Get()), ERROR_ACCESS_DENIED);
-    EXPECT_FAILS(Set(timer, 0, -1), ERROR_INVALID_PARAMETER);
     EXPECT_FAILS(OpenWaitableTimerW(SYNCHRONIZE, FALSE, ObjectName("None").c_str()), ERROR_FILE_NOT_FOUND);
-#ifndef _WIN32
+#ifndef _WIN32 // Wine takes any period
+    EXPECT_FAILS(Set(timer, 0, -1), ERROR_INVALID_PARAMETER);
     const LARGE_INTEGER now{};
     EXPECT_FAILS(SetWaitableTimer(timer.Get(), &now, 0, nullptr, nullptr, TRUE), ERROR_NOT_SUPPORTED);
 #endif
