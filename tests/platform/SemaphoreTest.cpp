@@ -39,7 +39,7 @@ TEST(Semaphore, CountsWithinItsMaximum)
     EXPECT_FAILS(ReleaseSemaphore(semaphore.Get(), 2, nullptr), ERROR_TOO_MANY_POSTS);
     EXPECT_FAILS(ReleaseSemaphore(semaphore.Get(), 0x7FFFFFFF, nullptr), ERROR_TOO_MANY_POSTS);
     EXPECT_EQ(ReleasedFrom(semaphore, 1), 2); // the failures left it alone
-#ifndef _WIN32 // Wine takes any count below 1
+#ifndef _WIN32                                // Wine takes any count below 1
     EXPECT_FAILS(ReleaseSemaphore(semaphore.Get(), 0, nullptr), ERROR_INVALID_PARAMETER);
     EXPECT_FAILS(ReleaseSemaphore(semaphore.Get(), -1, nullptr), ERROR_INVALID_PARAMETER);
 #endif
