@@ -87,6 +87,14 @@ TEST(FileTest, ReadsAndWritesAtThePointer)
     EXPECT_EQ(high, 1);
     file.Reset();
     EXPECT_EQ(ReadBytes(folder.HostPath("f")), "01234AB789");
+
+    // The right to append alone: wherever others have written meanwhile.
+    file = Open(folder.PathW("f"), FILE_APPEND_DATA, OPEN_EXISTING);
+    SetFilePointer(file.Get(), 0, nullptr, FILE_BEGIN);
+    EXPECT_TRUE(WriteFile(file.Get(), "CD", 2, &done, nullptr));
+    EXPECT_FALSE(ReadFile(file.Get(), buffer, sizeof buffer, &done, nullptr));
+    file.Reset();
+    EXPECT_EQ(ReadBytes(folder.HostPath("f")), "01234AB789CD");
 }
 
 TEST(FileTest, AccessAndHandlesAreChecked)

@@ -84,6 +84,19 @@ TEST(ClockTest, FileTimeCountsFrom1601)
     const std::uint64_t seconds = (ticks - UnixEpoch) / 10000000;
     EXPECT_LE(before, seconds);
     EXPECT_LE(seconds, after);
+
+    FILETIME localTime{};
+    SYSTEMTIME local{};
+    SYSTEMTIME parts{};
+    ASSERT_TRUE(FileTimeToLocalFileTime(&time, &localTime) && FileTimeToSystemTime(&localTime, &parts));
+    GetLocalTime(&local);
+    EXPECT_LE((local.wHour * 60 + local.wMinute - parts.wHour * 60 - parts.wMinute + 1440) % 1440, 1);
+    const FILETIME leapDay{0x6F39B000, 0x01BF82E0}; // 2000-02-29 18:11:44
+    ASSERT_TRUE(FileTimeToSystemTime(&leapDay, &parts));
+    EXPECT_EQ(parts.wYear * 10000 + parts.wMonth * 100 + parts.wDay, 20000229);
+    EXPECT_EQ(parts.wDayOfWeek, 2);
+    const FILETIME never{0xFFFFFFFF, 0xFFFFFFFF};
+    EXPECT_FALSE(FileTimeToSystemTime(&never, &parts) || FileTimeToLocalFileTime(&never, &localTime));
 }
 
 TEST(SystemInfoTest, A64BitSystemOfTheNtFamily)

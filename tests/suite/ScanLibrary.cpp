@@ -1,12 +1,9 @@
 #include "tests/suite/ScanLibrary.h"
 
+#include "platform/Text.h"
 #include "tools/ptfc/SignatureText.h"
 
 #include <gtest/gtest.h>
-
-#ifndef _WIN32
-#include <dlfcn.h>
-#endif
 
 namespace vlt::test
 {
@@ -42,7 +39,7 @@ ScanLibrary::ScanLibrary(const std::string& ini)
 #ifdef _WIN32
     m_module = LoadLibraryW(path.c_str());
 #else
-    m_module = static_cast<HMODULE>(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL));
+    m_module = LoadLibraryW((TEXT("Z:") + ToWide(path.string())).c_str());
 #endif
     EXPECT_NE(m_module, nullptr);
     const WString folder = m_folder.PathW() + TEXT("\\");
@@ -57,20 +54,12 @@ ScanLibrary::~ScanLibrary()
 {
     HoldCallbacks(false);
     EXPECT_EQ(Entry<ASDeInitScan_t>("ASDeInitScan")(m_handle), 1);
-#ifdef _WIN32
     FreeLibrary(m_module);
-#else
-    dlclose(m_module);
-#endif
 }
 
 void* ScanLibrary::Find(const char* name) const
 {
-#ifdef _WIN32
     void* entry = reinterpret_cast<void*>(GetProcAddress(m_module, name));
-#else
-    void* entry = dlsym(m_module, name);
-#endif
     EXPECT_NE(entry, nullptr) << name;
     return entry;
 }

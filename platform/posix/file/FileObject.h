@@ -33,6 +33,7 @@ struct OpenRequest {
     DWORD share = 0;
     DWORD disposition = 0;
     DWORD attributes = 0;
+    bool append = false; // with GENERIC_WRITE: every write goes to the end, in one step
 };
 
 // Opens a regular file by the rules of CreateFileW. Empty with the last error set on failure; on

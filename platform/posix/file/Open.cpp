@@ -40,7 +40,7 @@ bool Truncates(const OpenRequest& request) noexcept
 int OpenFlags(const OpenRequest& request) noexcept
 {
     const bool writes = (request.access & GENERIC_WRITE) != 0 || Truncates(request);
-    return (writes ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    return (writes ? O_RDWR : O_RDONLY) | (request.append ? O_APPEND : 0) | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 }
 
 enum class Step { Opened, Missing, Again, Failed };
@@ -92,8 +92,8 @@ Step CreateNew(const FullPath& path, const FoundPath& found, const OpenRequest& 
     if (path.trailingSlash)
         return FailWith(ERROR_INVALID_NAME);
     const mode_t mode = (request.attributes & FILE_ATTRIBUTE_READONLY) != 0 ? 0444 : 0666;
-    Fd descriptor(
-        open(found.host.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW, mode));
+    const int flags = OpenFlags(request) & ~O_ACCMODE;
+    Fd descriptor(open(found.host.c_str(), flags | O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, mode));
     if (!descriptor) {
         if (errno == EEXIST) // another's file, or a link that leads nowhere
             return access(found.host.c_str(), F_OK) == 0 ? Step::Again : FailWith(ERROR_ACCESS_DENIED);
@@ -180,7 +180,11 @@ HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTE
     const auto full = ParsePath(path ? std::u16string_view(path) : std::u16string_view());
     if (!full)
         return INVALID_HANDLE_VALUE;
-    SharedDescriptor descriptor = OpenShared(*full, {access, share, disposition, attributes});
+    // Alone it is the right to write at the end only; beside GENERIC_WRITE it adds nothing.
+    const bool append = (access & (FILE_APPEND_DATA | GENERIC_WRITE)) == FILE_APPEND_DATA;
+    if ((access & FILE_APPEND_DATA) != 0)
+        access = (access & ~FILE_APPEND_DATA) | GENERIC_WRITE;
+    SharedDescriptor descriptor = OpenShared(*full, {access, share, disposition, attributes, append});
     if (!descriptor)
         return INVALID_HANDLE_VALUE;
     const HANDLE handle = InsertHandle(std::make_unique<FileObject>(std::move(descriptor), access));

@@ -3,6 +3,7 @@
 #include "platform/posix/win32/file.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <unistd.h>
 
 using namespace vlt::posix;
@@ -26,10 +27,14 @@ BOOL FailFromErrno() noexcept
 // record would be found by the next reader.
 bool TakeBack(int fd, off_t sizeBefore, DWORD done) noexcept
 {
-    const off_t start = lseek(fd, 0, SEEK_CUR) - static_cast<off_t>(done);
-    if (start < sizeBefore)
+    const off_t end = lseek(fd, 0, SEEK_CUR);
+    const off_t start = end - static_cast<off_t>(done);
+    struct stat now;
+    // Not when others have appended meanwhile.
+    if (start < sizeBefore || fstat(fd, &now) != 0 || now.st_size != end)
         return false;
-    return ftruncate(fd, sizeBefore) == 0 && lseek(fd, start, SEEK_SET) == start;
+    const bool appends = (fcntl(fd, F_GETFL) & O_APPEND) != 0;
+    return ftruncate(fd, appends ? start : sizeBefore) == 0 && lseek(fd, start, SEEK_SET) == start;
 }
 
 } // namespace

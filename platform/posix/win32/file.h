@@ -7,6 +7,7 @@
 
 #include "base.h"
 
+#define FILE_APPEND_DATA 0x0004u
 #define FILE_SHARE_READ 1u
 #define FILE_SHARE_WRITE 2u
 #define FILE_SHARE_DELETE 4u

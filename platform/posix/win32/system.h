@@ -91,6 +91,8 @@ struct SYSTEMTIME {
 };
 VLT_API void GetLocalTime(SYSTEMTIME* time);
 VLT_API void GetSystemTimeAsFileTime(FILETIME* time);
+VLT_API BOOL FileTimeToLocalFileTime(const FILETIME* utc, FILETIME* local);
+VLT_API BOOL FileTimeToSystemTime(const FILETIME* fileTime, SYSTEMTIME* time);
 VLT_API ULONGLONG GetTickCount64();
 
 #define VER_PLATFORM_WIN32_NT 2u

@@ -1,0 +1,126 @@
+#include "ARDCommon/QuarantineTransfer.h"
+
+#include "ARDCommon/QuarantineFormat.h"
+#include "ARDCommon/QuarantineLock.h"
+#include "ARDCommon/VlFile.h"
+#include "platform/Unique.h"
+
+namespace
+{
+
+void SetAttributes(const WString& file, DWORD attributes)
+{
+    if (attributes != INVALID_FILE_ATTRIBUTES)
+        SetFileAttributesW(file.c_str(), attributes);
+}
+
+void SetNormal(const WString& file)
+{
+    SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
+}
+
+// A system without encryption of single files has neither the library nor the function.
+bool IsEncrypted(const WString& file)
+{
+    using FileEncryptionStatusW_t = BOOL(WINAPI*)(LPCWSTR, LPDWORD);
+    constexpr DWORD encrypted = 1;
+    const vlt::LibraryHandle library(LoadLibraryW(TEXT("advapi32.dll")));
+    const auto query = vlt::ProcAddress<FileEncryptionStatusW_t>(library.Get(), "FileEncryptionStatusW");
+    DWORD status = 0;
+    return query != nullptr && query(file.c_str(), &status) && status == encrypted;
+}
+
+} // namespace
+
+bool CQuarantineTransfer::EncodeAndMove(const WString& source, const WString& destination, bool encode, bool retry)
+{
+    const DWORD sourceAttributes = GetFileAttributesW(source.c_str());
+    if (sourceAttributes == INVALID_FILE_ATTRIBUTES) {
+        m_error = QuarantineError::Attributes;
+        return false;
+    }
+    const DWORD destinationAttributes = GetFileAttributesW(destination.c_str());
+    SetNormal(source);
+    SetNormal(destination);
+    if (Convey(source, destination, encode) && DeleteFileW(source.c_str())) {
+        SetAttributes(destination, sourceAttributes);
+        return true;
+    }
+    if (retry && EncodeThroughCopy(source, destination, sourceAttributes))
+        return true;
+    SetAttributes(source, sourceAttributes);
+    SetAttributes(destination, destinationAttributes);
+    return false;
+}
+
+bool CQuarantineTransfer::Convey(const WString& source, const WString& destination, bool encode)
+{
+    if (!encode)
+        return CopyFileW(source.c_str(), destination.c_str(), FALSE) != FALSE;
+    const auto encodeFile = m_library.Export<ASEncodeFileW_t>("ASEncodeFileW");
+    if (encodeFile == nullptr) {
+        m_error = QuarantineError::MissingExport;
+        return false;
+    }
+    return encodeFile(m_library.handle, source.c_str(), destination.c_str()) == 1;
+}
+
+bool CQuarantineTransfer::EncodeThroughCopy(const WString& source, const WString& destination, DWORD attributes)
+{
+    const WString copy = m_folder + TEXT("\\") + kQuarantineCopyName;
+    if (!CopyFileW(source.c_str(), copy.c_str(), FALSE))
+        return false;
+    const bool encoded = EncodeAndMove(copy, destination, true, false);
+    VlFile::Delete(copy);
+    if (!encoded)
+        return false;
+    VlFile::Delete(source);
+    SetAttributes(destination, attributes);
+    return true;
+}
+
+bool CQuarantineTransfer::Restore(const WString& file, LPCWSTR destination, bool retry)
+{
+    const auto getInfo = m_library.Export<ASGetBackupFileInfoW_t>("ASGetBackupFileInfoW");
+    const auto restore = m_library.Export<ASRestoreFileW_t>("ASRestoreFileW");
+    if (getInfo == nullptr || restore == nullptr) {
+        m_error = QuarantineError::MissingExport;
+        return false;
+    }
+    AsBackupInfoW info{};
+    if (getInfo(m_library.handle, file.c_str(), &info) != 1) {
+        m_error = QuarantineError::NoBackupInfo;
+        return false;
+    }
+    info.sourcePath[MAX_PATH - 1] = 0;
+    const WString target = destination != nullptr ? destination : info.sourcePath;
+    return RestoreDirectly(file, target, restore) || (retry && RestoreThroughScratch(file, target));
+}
+
+bool CQuarantineTransfer::RestoreDirectly(const WString& file, const WString& target, ASRestoreFileW_t restore)
+{
+    const DWORD fileAttributes = GetFileAttributesW(file.c_str());
+    const DWORD targetAttributes = GetFileAttributesW(target.c_str());
+    if (IsEncrypted(target))
+        return false;
+    SetNormal(target);
+    if (restore(m_library.handle, file.c_str(), target.c_str()) == 1) {
+        SetAttributes(target, fileAttributes);
+        return true;
+    }
+    SetAttributes(target, targetAttributes);
+    return false;
+}
+
+bool CQuarantineTransfer::RestoreThroughScratch(const WString& file, const WString& target)
+{
+    // The scratch file is that of the record file's rewrite, which must not be at work meanwhile.
+    CQuarantineLock lock;
+    if (!lock.Lock())
+        return false;
+    const WString scratch = m_folder + TEXT("\\") + kQuarantineScratchName;
+    const bool copied =
+        Restore(file, scratch.c_str(), false) && CopyFileW(scratch.c_str(), target.c_str(), FALSE) != FALSE;
+    VlFile::Delete(scratch);
+    return copied;
+}

@@ -1,0 +1,213 @@
+// The quarantine store on real files.
+#include "tests/unit/QuarantineStore.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <set>
+#include <thread>
+
+using namespace vlt;
+using namespace vlt::test;
+
+namespace
+{
+
+constexpr std::size_t kSize = sizeof(QuarantineRecord);
+
+std::string Bytes(const QuarantineRecord& record)
+{
+    return std::string(reinterpret_cast<const char*>(&record), kSize);
+}
+
+QuarantineRecord MakeRecord(WStringView name, std::uint32_t type = 6, WStringView threat = TEXT("T"))
+{
+    QuarantineRecord record{};
+    record.platform = 2;
+    record.type = type;
+    record.status = 3;
+    CopyToField(record.sourceName, WStringView(TEXT("bad.txt")));
+    CopyToField(record.sourceFolder, WStringView(TEXT("C:\\d\\")));
+    CopyToField(record.quarantinedName, name);
+    CopyToField(record.threatName, threat);
+    return record;
+}
+
+std::string Name(const QuarantineRecord& record)
+{
+    return ToNarrow(FieldText(record.quarantinedName));
+}
+
+} // namespace
+
+TEST(Quarantine, AFilePutAwayIsMovedAndRecordedToTheByte)
+{
+    QuarantineStore test;
+    const WString threat(131, TEXT('t'));
+    ASSERT_EQ(1, test.Quarantine("payload", TEXT("C:\\Users\\x\\in.fected.txt"), threat.c_str()));
+    EXPECT_FALSE(std::filesystem::exists(test.File("encoded.bin")));
+
+    const std::string file = ReadBytes(test.File("QUADB.VDB"));
+    ASSERT_EQ(kSize, file.size());
+    QuarantineRecord record;
+    std::memcpy(&record, file.data(), kSize);
+    const std::string name = Name(record);
+    EXPECT_TRUE(name.ends_with(".tmp") && name.find_first_not_of("0123456789ABCDEFabcdef") == name.size() - 4) << name;
+    EXPECT_EQ("payload", ReadBytes(test.File(name)));
+
+    QuarantineRecord expected = MakeRecord(FieldText(record.quarantinedName), 6, WStringView(threat).substr(0, 127));
+    CopyToField(expected.sourceName, WStringView(TEXT("in.fected.txt")));
+    CopyToField(expected.sourceFolder, WStringView(TEXT("C:\\Users\\x\\")));
+    expected.patternVersion = record.patternVersion;
+    std::memcpy(expected.engineVersion, record.engineVersion, 8);
+    std::memcpy(expected.date, record.date, sizeof record.date);
+    EXPECT_EQ(Bytes(expected), file);
+    EXPECT_NE(0u, record.patternVersion);
+    EXPECT_EQ(16u, FieldText(record.date).size());
+    EXPECT_EQ(TEXT('/'), record.date[4]);
+
+    ASSERT_EQ(1, test.Quarantine("second", TEXT(""), TEXT("---")));
+    EXPECT_EQ(2u, test.Records().size());
+}
+
+TEST(Quarantine, RefusalsLeaveEverythingWhereItIs)
+{
+    QuarantineStore test;
+    CQuarantine none;
+    EXPECT_EQ(0, none.RenameEncodeFileW(TEXT("a"), TEXT("b"), TEXT("c")));
+    EXPECT_EQ(3u, none.LastErrorCode());
+    EXPECT_EQ(0, none.QuarantineInitW(nullptr, nullptr, TEXT("C")));
+    EXPECT_EQ(1u, none.LastErrorCode());
+    EXPECT_EQ(0, test.Quarantine("payload", TEXT("C:\\x"), TEXT("")));
+    EXPECT_EQ(1u, test.store.LastErrorCode());
+    EXPECT_EQ(0, test.store.RenameEncodeFileW(TEXT("missing.bin"), TEXT("C:\\x"), TEXT("T")));
+    EXPECT_EQ(33u, test.store.LastErrorCode());
+    EXPECT_EQ("payload", ReadBytes(test.File("encoded.bin")));
+    EXPECT_EQ(0, test.store.ClearAllW());
+    EXPECT_FALSE(std::filesystem::exists(test.File("QUADB.VDB"))) << "an empty store is not touched";
+
+    // A folder in place of the record file: the moved file stays, the record is missed.
+    std::filesystem::create_directory(test.File("QUADB.VDB"));
+    EXPECT_EQ(0, test.Quarantine("payload", TEXT("C:\\x"), TEXT("T")));
+    EXPECT_EQ(8u, test.store.LastErrorCode());
+    QuarantineRecord record{};
+    EXPECT_EQ(0, test.store._ReadQuarantineDBW(&record));
+    EXPECT_EQ(8u, test.store.LastErrorCode());
+}
+
+TEST(Quarantine, ReadersSkipWhatIsNoFileAndATornRecordMisalignsNothing)
+{
+    QuarantineStore test;
+    std::string file;
+    for (int i = 0; i < 300; ++i)
+        file += Bytes(MakeRecord(ToWide(std::to_string(i)), i % 3 == 0 ? 3 : 6));
+    WriteBytes(test.File("QUADB.VDB"), file + std::string(100, 'x'));
+    EXPECT_EQ(200u, test.Records().size());
+
+    ASSERT_EQ(1, test.Quarantine("payload", TEXT("C:\\x"), TEXT("T")));
+    const std::string now = ReadBytes(test.File("QUADB.VDB"));
+    EXPECT_EQ(302 * kSize, now.size());
+    EXPECT_EQ(file + std::string(100, 'x'), now.substr(0, file.size() + 100)) << "the torn record is kept";
+    const std::vector<QuarantineRecord> records = test.Records();
+    ASSERT_FALSE(records.empty());
+    EXPECT_EQ("payload", ReadBytes(test.File(Name(records.back()))));
+}
+
+TEST(Quarantine, UpdatesAndDeletionsTouchTheirRecordsOnly)
+{
+    QuarantineStore test;
+    std::string file;
+    for (const auto& record : {MakeRecord(TEXT("a.tmp")), MakeRecord(TEXT("A.TMP")), MakeRecord(TEXT("b.tmp"), 6, {}),
+                               MakeRecord(TEXT("..\\outside")), MakeRecord(TEXT("old"), 3)})
+        file += Bytes(record);
+    WriteBytes(test.File("QUADB.VDB"), file);
+    WriteBytes(test.File("a.tmp"), "a");
+    WriteBytes(test.File("../outside"), "outside");
+
+    EXPECT_EQ(1, test.store.UpdateQuarantineDBW(TEXT("a.tmp"), 2, TEXT("New")));
+    EXPECT_EQ(1, test.store.UpdateQuarantineDBW(TEXT("b.tmp"), 4, TEXT("New")));
+    EXPECT_EQ(1, test.store.UpdateQuarantineDBW(TEXT("no such"), 4, TEXT("New")));
+    QuarantineRecord a = MakeRecord(TEXT("a.tmp"), 6, TEXT("New"));
+    a.status = 2;
+    QuarantineRecord b = MakeRecord(TEXT("b.tmp"), 6, {});
+    b.status = 4;
+    const std::string rest = Bytes(MakeRecord(TEXT("..\\outside"))) + Bytes(MakeRecord(TEXT("old"), 3));
+    EXPECT_EQ(Bytes(a) + Bytes(MakeRecord(TEXT("A.TMP"))) + Bytes(b) + rest, ReadBytes(test.File("QUADB.VDB")));
+
+    for (const WCHAR* name : {TEXT("a.tmp"), TEXT("..\\outside")})
+        test.store.SelectForDeletion(name);
+    EXPECT_EQ(1, test.store.DeleteQuarantinedW());
+    EXPECT_EQ(Bytes(MakeRecord(TEXT("A.TMP"))) + Bytes(b) + Bytes(MakeRecord(TEXT("old"), 3)),
+              ReadBytes(test.File("QUADB.VDB")));
+    EXPECT_FALSE(std::filesystem::exists(test.File("a.tmp")));
+    EXPECT_EQ("outside", ReadBytes(test.File("../outside"))) << "a name never leads out of the folder";
+    std::filesystem::remove(test.File("../outside"));
+    EXPECT_FALSE(std::filesystem::exists(test.File("$VB$.$$$")));
+
+    WriteBytes(test.File("b.tmp"), "b");
+    std::filesystem::create_directory(test.File("Backup"));
+    WriteBytes(test.File("Backup/x.RB0"), "x");
+    EXPECT_EQ(1, test.store.ClearAllW());
+    EXPECT_TRUE(ReadBytes(test.File("QUADB.VDB")).empty());
+    EXPECT_FALSE(std::filesystem::exists(test.File("b.tmp")) || std::filesystem::exists(test.File("Backup/x.RB0")));
+}
+
+TEST(Quarantine, StartTakesBackWhatARewriteLeft)
+{
+    struct Case {
+        std::string records;
+        std::string scratch;
+        std::string after;
+        bool scratchStays;
+    };
+    const std::string a = Bytes(MakeRecord(TEXT("a.tmp")));
+    const std::string b = Bytes(MakeRecord(TEXT("b.tmp")));
+    const std::string gone = Bytes(MakeRecord(TEXT("gone.tmp")));
+    const Case cases[] = {
+        {"", a + b, a + b, false},               // before the rename
+        {a + b, a, a + b, false},                // before the deletion
+        {a, a + b + gone, a + b, false},         // another program was quicker than the rename
+        {a, "restored infected file", a, false}, // another use of the scratch file
+        {"", a + b.substr(0, 99), "", true},     // what is not whole is left for a person to look at
+        {"", std::string(kSize, '\xFF'), "", true},
+    };
+    for (const Case& given : cases) {
+        TempFolder folder;
+        WriteBytes(folder.HostPath("a.tmp"), "a");
+        WriteBytes(folder.HostPath("b.tmp"), "b");
+        if (!given.records.empty())
+            WriteBytes(folder.HostPath("QUADB.VDB"), given.records);
+        WriteBytes(folder.HostPath("$VB$.$$$"), given.scratch);
+        const QuarantineStore test(folder.PathW());
+        EXPECT_EQ(given.after, ReadBytes(folder.HostPath("QUADB.VDB")));
+        EXPECT_EQ(given.scratchStays, std::filesystem::exists(folder.HostPath("$VB$.$$$")));
+    }
+}
+
+TEST(Quarantine, ManyThreadsLoseNothing)
+{
+    QuarantineStore test;
+    constexpr int threads = 16;
+    constexpr int each = 25;
+    for (int i = 0; i < threads * each; ++i)
+        WriteBytes(test.File(std::to_string(i) + ".bin"), std::to_string(i));
+    std::vector<std::jthread> workers;
+    std::atomic<int> done{0};
+    for (int t = 0; t < threads; ++t)
+        workers.emplace_back([&, t] {
+            for (int i = 0; i < each; ++i) {
+                const WString number = ToWide(std::to_string(t * each + i));
+                done += test.store.RenameEncodeFileW((number + TEXT(".bin")).c_str(), (TEXT("C:\\") + number).c_str(),
+                                                     TEXT("T"));
+            }
+        });
+    workers.clear();
+    EXPECT_EQ(threads * each, done);
+    std::set<std::string> sources;
+    for (const QuarantineRecord& record : test.Records()) {
+        const std::string source = ToNarrow(FieldText(record.sourceName));
+        EXPECT_EQ(source, ReadBytes(test.File(Name(record))));
+        sources.insert(source);
+    }
+    EXPECT_EQ(static_cast<std::size_t>(threads * each), sources.size());
+}
