@@ -1,198 +1,159 @@
 #include "ARDCommon/NotifySender.h"
-#include "tests/unit/ChannelPeers.h"
+#include "engine/ArdScanAbi.h"
+#include "tests/support/Support.h"
+#include "tests/unit/SharedSection.h"
 #include "tests/unit/TraceCapture.h"
 
 #include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <optional>
 
 namespace
 {
 
 using namespace vlt::test;
-using Lines = std::vector<std::string>;
 
-constexpr DWORD kPayload = 1860;
-constexpr unsigned kLong = 60000; // ms
+constexpr DWORD kPayload = sizeof(AsDetectionRecord);
+constexpr unsigned kDeadline = 60000; // ms
 
-class NotifySender : public testing::Test
-{
-protected:
-    bool Send(std::uint32_t number)
-    {
-        std::vector<char> message(kPayload, static_cast<char>(number));
-        std::memcpy(message.data(), &number, sizeof number);
-        return m_sender.Notify(message.data(), kPayload);
-    }
-
-    char* Slot(std::size_t index) const { return m_list.Bytes() + index * kNotifySlotSize; }
-
-    static Child Receiver(const std::string& name, std::vector<std::string> rest)
-    {
-        rest.insert(rest.begin(), {"ch", name});
-        Child child("receiver", rest);
-        EXPECT_EQ(child.ReadLine(), "ready");
-        return child;
-    }
-
-    CNotifySender m_sender{"ch", kPayload};
-    Section m_list{"Global\\ch_mem_notify_list", sizeof(NotifyList)};
-};
-
-TEST_F(NotifySender, LosesNothingAndKeepsTheOrder)
+// The real receivers are programs of the suite.
+TEST(NotifySender, LosesNothingAndKeepsTheOrder)
 {
     constexpr std::uint32_t kMessages = 1000;
-    std::vector<Child> receivers;
-    for (const char* name : {"r0", "r1", "r2", "r3"})
-        receivers.push_back(
-            Receiver(name, {"count", std::to_string(kMessages), name[1] == '0' ? "_evt_notify" : "_evt_sent"}));
-    for (std::uint32_t i = 0; i < kMessages; ++i)
-        ASSERT_TRUE(Send(i));
-    for (Child& receiver : receivers) {
-        // A message may stay queued until the next one comes.
-        while (receiver.Wait(200) == Child::kStillRunning)
-            Send(kMessages);
-        EXPECT_EQ(receiver.ReadLine(), "done");
+    CNotifySender sender(kVirusFoundChannel, kPayload);
+    const SharedSection list(std::string("Global\\") + kVirusFoundChannel + kNotifyListSuffix, 1);
+    std::vector<Child> watchers;
+    for (unsigned i = 0; i < 3; ++i) {
+        watchers.push_back(
+            Child::Program(ProductFolder() / VLT_VLCTL, {"watch", "--json", "--count", std::to_string(kMessages)}));
     }
-    // Their sections went with them.
-    EXPECT_TRUE(Eventually(kLong, [&] {
-        Send(0);
-        return std::strcmp(Slot(0), "empty") == 0 && std::strcmp(Slot(3), "empty") == 0;
-    }));
+    ASSERT_TRUE(Eventually(kDeadline, [&] { return list.Number(2 * kNotifySlotSize / 4).load() != 0; }));
+    AsDetectionRecord record{};
+    for (; record.processId <= kMessages; ++record.processId) // the last may wait for one more
+        ASSERT_TRUE(sender.Notify(&record, sizeof record));
+    for (Child& watcher : watchers) {
+        for (std::uint32_t i = 0; i < kMessages; ++i) {
+            const std::string line = watcher.ReadLine(kDeadline);
+            ASSERT_NE(line.find("\"processId\":" + std::to_string(i) + ","), std::string::npos) << i << ": " << line;
+        }
+        EXPECT_EQ(watcher.Wait(kDeadline), 0);
+    }
 }
 
-// At the moment it has its message, and while the sender waits for it.
-TEST_F(NotifySender, AReceiverThatDiesWithItsMessageHoldsNobodyBackForLong)
+TEST(NotifySender, BelievesNothingInTheList)
 {
-    Child living = Receiver("living", {"print"});
-    Child killedAtOnce = Receiver("r1", {"hold"});
-    Child stuck = Receiver("r2", {"hold"});
-    const Section seen("Global\\living", 1);
-    ASSERT_TRUE(m_sender.Notify("\1\2", 2));
-    ASSERT_TRUE(m_sender.Notify("\3", 1));
-    EXPECT_EQ(killedAtOnce.ReadLine(), "written");
-    killedAtOnce.Kill();
-    EXPECT_EQ(stuck.ReadLine(), "written");
-    EXPECT_EQ(living.ReadLine(), "0102");
-    EXPECT_EQ(killedAtOnce.Wait(kLong), 137);
-    // Slots are looked at in order.
-    EXPECT_TRUE(Eventually(kLong, [&] { return std::strcmp(Slot(1), "empty") == 0; }));
-    EXPECT_EQ(seen.Number(1).load(), 2u);
-    stuck.Kill();
-    EXPECT_EQ(living.ReadLine(), "03");
-    EXPECT_STREQ(Slot(0), "living");
-    EXPECT_STREQ(Slot(2), "empty");
-
-    // What is queued goes out before a stop.
-    for (const char* text : {"a", "b", "c"})
-        ASSERT_TRUE(m_sender.Notify(text, 1));
-    m_sender.Stop();
-    for (const char* digits : {"61", "62", "63"})
-        EXPECT_EQ(living.ReadLine(), digits);
-}
-
-TEST_F(NotifySender, BelievesNothingInTheList)
-{
-    Child living = Receiver("living", {"print"});
-    const auto round = [&] {
-        CNotifySender sender("ch", kPayload);
-        ASSERT_TRUE(sender.Notify("x", 1));
-        EXPECT_EQ(living.ReadLine(), "78");
-        sender.Stop();
+    const SharedSection list("Global\\ch_mem_notify_list", sizeof(NotifyList));
+    const SharedSection living("Global\\living", 1);
+    const auto slot = [&](std::size_t i) { return list.Bytes() + i * kNotifySlotSize; };
+    const auto sendOne = [&] {
+        CNotifySender sender("ch", 5000);
+        ASSERT_TRUE(sender.Notify("xyz", 3));
+        const vlt::KernelHandle notify(OpenEventA(EVENT_ALL_ACCESS, FALSE, "Global\\ch_evt_notify"));
+        ASSERT_EQ(WaitForSingleObject(notify.Get(), kDeadline), WAIT_OBJECT_0); // written to every slot's section
+        EXPECT_EQ(living.Number(0).load(), 1u);
+        EXPECT_EQ(living.Number(1).load(), 3u);
+        EXPECT_STREQ(living.Bytes() + 8, "xyz");
+        living.Number(0).store(0);
     };
     // No terminator anywhere, also not behind the list; names of the list itself and of an event.
-    std::memset(m_list.Bytes(), 'A', 12288);
-    std::memcpy(Slot(5), "living", 7);
-    std::strcpy(Slot(6), "ch_mem_notify_list");
-    std::strcpy(Slot(7), "Global\\ch_mem_notify_list");
-    std::strcpy(Slot(8), "ch_evt_notify");
-    round();
+    std::memset(list.Bytes(), 'A', 12288);
+    const std::pair<std::size_t, const char*> names[] = {
+        {5, "living"}, {6, "ch_mem_notify_list"}, {7, "Global\\ch_mem_notify_list"}, {8, "ch_evt_notify"}};
+    for (const auto& [index, name] : names)
+        std::strcpy(slot(index), name);
+    sendOne();
     for (std::size_t i = 0; i < kNotifySlotCount; ++i)
-        EXPECT_STREQ(Slot(i), i == 5 ? "living" : "empty");
-    EXPECT_EQ(std::count(Slot(32), m_list.Bytes() + 12288, 'A'), 12288 - 8320);
-    // Every slot a living one.
+        EXPECT_STREQ(slot(i), i == 5 ? "living" : "empty") << i;
+    EXPECT_EQ(std::count(slot(32), list.Bytes() + 12288, 'A'), 12288 - 8320);
+
+    // Every slot a living one; then an empty one, which ends the list.
     for (std::size_t i = 0; i < kNotifySlotCount; ++i)
-        std::memcpy(Slot(i), "living", 7);
-    round();
-    EXPECT_STREQ(Slot(31), "living");
-    // An empty name ends the list.
-    *Slot(1) = 0;
-    std::strcpy(Slot(2), "gone");
-    round();
-    EXPECT_STREQ(Slot(2), "gone");
+        std::strcpy(slot(i), "living");
+    sendOne();
+    EXPECT_STREQ(slot(31), "living");
+    *slot(1) = 0;
+    std::strcpy(slot(2), "gone");
+    sendOne();
+    EXPECT_STREQ(slot(2), "gone");
 }
 
 // Someone else made the list before the sender, and a page of it only: 15 slots and a part of one.
-TEST(NotifySenderList, IsUsedAsFarAsItGoes)
+TEST(NotifySender, UsesTheListAndTheSectionsAsFarAsTheyGo)
 {
-    const Section list("Global\\small_mem_notify_list", 100);
-    const Section tooSmall("Global\\small_section", 1);
+    const SharedSection list("Global\\ch_mem_notify_list", 100);
+    const SharedSection small("Global\\small", 1);
+    char* const last = list.Bytes() + 14 * kNotifySlotSize;
     std::memset(list.Bytes(), 'A', 4096);
-    std::memcpy(list.Bytes() + 14 * kNotifySlotSize, "small_section", 14);
-    CNotifySender sender("small", 5000);
-    std::string large(4500, 'x');
-    ASSERT_TRUE(sender.Notify(large.data(), 4500));
-    EXPECT_TRUE(Eventually(kLong, [&] { return std::strcmp(list.Bytes() + 14 * kNotifySlotSize, "empty") == 0; }));
-    EXPECT_EQ(std::count(list.Bytes() + 15 * kNotifySlotSize, list.Bytes() + 4096, 'A'), 196);
-    EXPECT_EQ(tooSmall.Number(0).load(), 0u);
-    EXPECT_EQ(tooSmall.Number(1023).load(), 0u);
+    std::strcpy(last, "small");
+    {
+        CNotifySender sender("ch", 5000);
+        ASSERT_TRUE(sender.Notify(std::string(4096 - 7, 'x').data(), 4096 - 7));
+    }
+    EXPECT_STREQ(last, "empty");
+    EXPECT_EQ(std::count(last + kNotifySlotSize, list.Bytes() + 4096, 'A'), 4096 - 15 * 260);
+    EXPECT_EQ(std::count(small.Bytes(), small.Bytes() + 4096, 0), 4096);
 }
 
-TEST(NotifySenderTrace, TellsEachStepOfAMessage)
+// One receiver is gone, one keeps its flag until it goes too.
+TEST(NotifySender, TellsEachStepOfAMessage)
 {
-    Lines lines = Traced([] {
+    const std::string text = TracedText([] {
         CNotifySender sender("Global\\t", kPayload);
-        const Section list("Global\\t_mem_notify_list", 1);
-        std::memcpy(list.Bytes(), "dead", 5);
-        std::memcpy(list.Bytes() + 260, "empty", 6);
+        const SharedSection list("Global\\t_mem_notify_list", 1);
+        std::optional<SharedSection> stuck(std::in_place, "Global\\stuck", 1);
+        std::strcpy(list.Bytes(), "dead");
+        std::strcpy(list.Bytes() + 260, "empty");
+        std::strcpy(list.Bytes() + 520, "stuck");
         const std::string large(1862, 'x');
         EXPECT_FALSE(sender.Notify(large.data(), 1862));
         EXPECT_TRUE(sender.Notify(large.data(), 1861));
-        sender.Stop();
-        sender.Stop();
-        EXPECT_STREQ(list.Bytes(), "empty");
+        EXPECT_TRUE(Eventually(kDeadline, [] {
+            return ReadBytes(ProgramFolder() / "recorded.log").find("have not read") != std::string::npos;
+        }));
         const vlt::KernelHandle notify(OpenEventA(EVENT_ALL_ACCESS, FALSE, "Global\\t_evt_notify"));
+        EXPECT_EQ(WaitForSingleObject(notify.Get(), 0), WAIT_OBJECT_0);
+        stuck.reset();
+        sender.Stop();
+        sender.Stop();
         EXPECT_EQ(WaitForSingleObject(notify.Get(), 0), WAIT_TIMEOUT);
+        EXPECT_STREQ(list.Bytes() + 520, "empty");
     });
-    for (std::string& line : lines) {
-        const std::size_t address = line.find("data = ");
-        if (address != std::string::npos)
-            line.erase(address);
-    }
-    const Lines expected{
-        "40 NotifySender.cpp: Notify list name : Global\\t_mem_notify_list",
-        "40 NotifySender.cpp: Event name : Global\\t_evt_notify",
-        "40 VlShareMemory.cpp: CreateFileMapping success : size = 8320, name = Global\\t_mem_notify_list",
-        "20 NotifySender.cpp: data size is larger than memory size (1862, 1861)",
-        "50 NotifySender.cpp: NotifyToReceiver : ",
-        "50 NotifySender.cpp:     size = 1861, ",
-        "40 NotifySender.cpp: Scan memfile list[0] : dead",
-        "50 NotifySender.cpp: WriteData memfile = dead, ",
-        "40 VlShareMemory.cpp: OpenFileMapping fails (00000002) : name = Global\\dead",
-        "40 NotifySender.cpp: empty does not exist.",
-        "40 NotifySender.cpp: Scan memfile list[1] : empty",
-        "40 NotifySender.cpp: Scan memfile list[2] : ",
-        "40 NotifySender.cpp: Set hNotifyEvent",
-        "50 NotifySender.cpp: CheckAllReadFlag",
-        "40 NotifySender.cpp: Scan memfile list[0] : empty",
-        "40 NotifySender.cpp: Scan memfile list[1] : empty",
-        "40 NotifySender.cpp: Scan memfile list[2] : ",
-        "40 NotifySender.cpp: Reset hNotifyEvent",
-        "40 NotifySender.cpp: CloseHandle hAddQueue",
-        "40 NotifySender.cpp: CloseHandle NotifyEvent"};
-    EXPECT_EQ(lines, expected);
+    const std::string list = "Global\\t_mem_notify_list\n", scan = "40 NotifySender.cpp: Scan memfile list";
+    const std::string missing = "40 VlShareMemory.cpp: OpenFileMapping fails (00000002) : name = Global\\";
+    EXPECT_EQ(text, "40 NotifySender.cpp: Notify list name : " + list +
+                        "40 NotifySender.cpp: Event name : Global\\t_evt_notify\n"
+                        "40 VlShareMemory.cpp: CreateFileMapping success : size = 8320, name = " +
+                        list +
+                        "20 NotifySender.cpp: data size is larger than memory size (1862, 1861)\n"
+                        "50 NotifySender.cpp: NotifyToReceiver : \n50 NotifySender.cpp:     size = 1861, \n" +
+                        scan + "[0] : dead\n50 NotifySender.cpp: WriteData memfile = dead, \n" + missing +
+                        "dead\n"
+                        "40 NotifySender.cpp: empty does not exist.\n" +
+                        scan + "[1] : empty\n" + scan +
+                        "[2] : stuck\n"
+                        "50 NotifySender.cpp: WriteData memfile = stuck, \n" +
+                        scan +
+                        "[3] : \n"
+                        "40 NotifySender.cpp: Set hNotifyEvent\n50 NotifySender.cpp: CheckAllReadFlag\n" +
+                        scan + "[0] : empty\n" + scan + "[1] : empty\n" + scan +
+                        "[2] : stuck\n"
+                        "50 NotifySender.cpp: CheckReadFlag memfile = stuck\n"
+                        "40 NotifySender.cpp: Receiver have not read stuck, 1\n" +
+                        missing +
+                        "stuck\n"
+                        "40 NotifySender.cpp:  does not exist.\n" +
+                        scan +
+                        "[3] : \n"
+                        "40 NotifySender.cpp: Reset hNotifyEvent\n"
+                        "40 NotifySender.cpp: CloseHandle hAddQueue\n40 NotifySender.cpp: CloseHandle NotifyEvent\n");
 }
 
-// A name of another kind of object: nothing is left behind, not even the list.
-TEST(NotifySenderTrace, AFailedConstructionThrowsAndFreesEverything)
+TEST(NotifySender, AFailedConstructionThrowsAndFreesEverything)
 {
-    const Lines lines = Traced([] {
-        const Section event("Global\\t_evt_notify", 1);
-        EXPECT_THROW(CNotifySender("t", kPayload), int);
-        EXPECT_FALSE(vlt::KernelHandle(OpenFileMappingA(FILE_MAP_READ, FALSE, "Global\\t_mem_notify_list")));
-    });
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(lines.back(), "20 NotifySender.cpp: CreateEvent fails : NotifyEvent (00000006)");
+    const SharedSection otherKind("Global\\t_evt_notify", 1);
+    EXPECT_THROW(CNotifySender("t", kPayload), int);
+    EXPECT_FALSE(vlt::KernelHandle(OpenFileMappingA(FILE_MAP_READ, FALSE, "Global\\t_mem_notify_list")));
 }
 
 } // namespace

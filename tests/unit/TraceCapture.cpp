@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <sstream>
 #include <stdexcept>
 
@@ -49,6 +50,18 @@ std::vector<std::string> Traced(const std::function<void()>& action)
                         ": " + json.at("text").get<std::string>());
     }
     return lines;
+}
+
+std::string TracedText(const std::function<void()>& action)
+{
+    std::string text, last;
+    for (std::string line : Traced(action)) {
+        line.resize(std::min(line.size(), line.find("data = ")));
+        if (line != last)
+            text += line + '\n';
+        last = line;
+    }
+    return text;
 }
 
 } // namespace vlt::test
