@@ -1,5 +1,5 @@
-// vlctl as a receiver of detections, with a list and messages that somebody with bad intentions has
-// written.
+// vlctl as a receiver of detections and as a requester: with the real service, and with a list and
+// messages that somebody with bad intentions has written.
 #include "ARDCommon/NotifyFormat.h"
 #include "engine/ArdScanAbi.h"
 #include "platform/Text.h"
@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 
@@ -29,6 +30,56 @@ Child Vlctl(const std::vector<std::string>& arguments)
 int ExitOf(const std::vector<std::string>& arguments)
 {
     return Vlctl(arguments).Wait(kDeadline);
+}
+
+// As an account without rights where that is possible, which it is for root on Linux.
+Child VlctlOfAnother(const std::vector<std::string>& arguments)
+{
+    const std::filesystem::path change = "/usr/bin/setpriv";
+    std::vector<std::string> line{"--reuid=65534",
+                                  "--regid=65534",
+                                  "--clear-groups",
+                                  "/usr/bin/test",
+                                  "-x",
+                                  Installation::Built("vlctl").string()};
+    if (!std::filesystem::exists(change) || Child::Program(change, line).Wait(kDeadline) != 0)
+        return Vlctl(arguments);
+    std::filesystem::permissions(std::getenv("VLT_ROOT"), std::filesystem::perms(0755));
+    line.erase(line.begin() + 3, line.begin() + 5);
+    line.insert(line.end(), arguments.begin(), arguments.end());
+    return Child::Program(change, line);
+}
+
+// What vlctl says of who is registered.
+std::vector<json> Registered()
+{
+    Child child = Vlctl({"watch", "--list", "--json"});
+    std::vector<json> entries;
+    for (std::string line = child.ReadLine(); !line.empty(); line = child.ReadLine())
+        entries.push_back(json::parse(line, nullptr, false));
+    return entries;
+}
+
+bool Watch(std::size_t count)
+{
+    return Eventually(kDeadline, [&] {
+        const std::vector<json> entries = Registered();
+        return entries.size() == count &&
+               std::all_of(entries.begin(), entries.end(), [](const json& entry) { return entry["live"] == true; });
+    });
+}
+
+// The files of the next detections that a watcher shows.
+std::vector<std::string> Shown(Child& watcher, std::size_t count)
+{
+    std::vector<std::string> files;
+    while (files.size() < count) {
+        const json detection = json::parse(watcher.ReadLine(kDeadline), nullptr, false);
+        if (!detection.is_object())
+            break;
+        files.push_back(detection["file"]);
+    }
+    return files;
 }
 
 AsDetectionRecord Detection(WStringView file)
@@ -117,6 +168,48 @@ public:
 
 } // namespace
 
+TEST(Watch, EveryWatcherShowsEachDetectionAndOutlivesTheOthersAndTheService)
+{
+    Installation service;
+    service.Instruct("detect", "hold", "1");
+    const std::vector<AsDetectionRecord> records{Detection(TEXT("C:\\1")), Detection(TEXT("C:\\2")),
+                                                 Detection(TEXT("C:\\3"))};
+    WriteBytes(service.File("detect.bin"),
+               {reinterpret_cast<const char*>(records.data()), records.size() * sizeof records[0]});
+    const std::vector<std::string> all{"C:\\1", "C:\\2", "C:\\3"};
+    Child first = Vlctl({"watch", "--json"});
+    Child second = VlctlOfAnother({"watch", "--json"});
+    ASSERT_TRUE(Watch(2)); // before there is a service
+    ASSERT_TRUE(service.Start());
+    ASSERT_TRUE(service.Reaches(SERVICE_RUNNING));
+    WriteBytes(service.File("detect.go"), "");
+    std::vector<std::string> shown = Shown(first, 3);
+    EXPECT_EQ(Shown(second, 3), shown);
+    std::sort(shown.begin(), shown.end());
+    EXPECT_EQ(shown, all);
+
+    std::filesystem::remove(service.File("detect.go"));
+    Child third = Vlctl({"watch", "--json", "--count", "3"});
+    ASSERT_TRUE(Watch(3));
+    first.Kill();
+    if (Installation::HasStatusReports()) {
+        const vlt::KernelHandle process(OpenProcess(PROCESS_TERMINATE, FALSE, service.Status().dwProcessId));
+        ASSERT_TRUE(TerminateProcess(process.Get(), 1));
+    } else {
+        ASSERT_TRUE(service.Control(SERVICE_CONTROL_STOP)); // this manager shows a killed one as running
+    }
+    ASSERT_TRUE(service.Reaches(SERVICE_STOPPED));
+    ASSERT_TRUE(service.Start());
+    ASSERT_TRUE(service.Reaches(SERVICE_RUNNING));
+    WriteBytes(service.File("detect.go"), "");
+    shown = Shown(second, 3);
+    EXPECT_EQ(Shown(third, 3), shown);
+    std::sort(shown.begin(), shown.end());
+    EXPECT_EQ(shown, all);
+    EXPECT_EQ(third.Wait(kDeadline), 0);
+    EXPECT_TRUE(Watch(1)); // the service has freed the slot of the killed one
+}
+
 TEST(Watch, AHostileListAndHostileMessagesDoNoHarm)
 {
     HostileList hostile;
@@ -166,4 +259,26 @@ TEST(Watch, AHostileListAndHostileMessagesDoNoHarm)
     EXPECT_EQ(Child::Program("/bin/kill", {std::to_string(text.Id())}).Wait(kDeadline), 0);
     EXPECT_EQ(text.Wait(kDeadline), 0);
     EXPECT_EQ(vlt::FieldText(hostile.list->slot[0]), "empty");
+}
+
+TEST(Exclude, RequestsAreServedOneAfterAnotherAndOutliveAKilledRequester)
+{
+    Installation service;
+    EXPECT_EQ(ExitOf({"exclude", "4000"}), 1);
+    EXPECT_EQ(ExitOf({"exclude", "0"}), 64);
+    service.Instruct("ASAddRemoveExceptionProcess", "hold", "1");
+    ASSERT_TRUE(service.Start());
+    ASSERT_TRUE(service.Reaches(SERVICE_RUNNING));
+    Child killed = Vlctl({"exclude", "4001"});
+    ASSERT_TRUE(Eventually(kDeadline, [&] { return service.Calls("ASAddRemoveExceptionProcess").size() == 1; }));
+    Child waiting = Vlctl({"include", "4002", "--timeout", "60"});
+    EXPECT_EQ(ExitOf({"exclude", "4003", "--timeout", "1"}), 2);
+    killed.Kill();
+    WriteBytes(service.File("ASAddRemoveExceptionProcess.go"), "");
+    EXPECT_EQ(waiting.Wait(60000), 0);
+    EXPECT_EQ(ExitOf({"exclude", "4294967295"}), 0);
+    std::vector<std::string> calls;
+    for (const Record& call : service.Calls("ASAddRemoveExceptionProcess"))
+        calls.push_back(call["processId"] + ' ' + call["add"]);
+    EXPECT_EQ(calls, (std::vector<std::string>{"4001 1", "4002 0", "4294967295 1"}));
 }
