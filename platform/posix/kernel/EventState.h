@@ -12,7 +12,8 @@
 // progress and nobody else (a pulse; a second set before the first was taken; a set that a reset
 // follows) is a grant: only waits that began before it may take it. There are never more grants than
 // waits. A process killed in a wait leaves its count behind; that costs wakes and idle grants, but no
-// signal is lost to it, because a first set is never made a grant.
+// signal is lost to it, because a first set is never made a grant. One killed between a set and the wake
+// that follows it has, for those who are asleep, not set the event; the next set wakes them.
 #pragma once
 
 #include <atomic>

@@ -63,7 +63,8 @@ VLT_API BOOL CancelWaitableTimer(HANDLE timer);
 
 VLT_API DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 VLT_API DWORD WaitForSingleObjectEx(HANDLE handle, DWORD milliseconds, BOOL alertable);
-// waitAll must be FALSE; the lowest satisfied index is returned and only that object is consumed.
+// waitAll must be FALSE; the lowest satisfied index is returned and only that object is consumed. For a
+// mutex that its owner abandoned the index is added to WAIT_ABANDONED_0 instead of WAIT_OBJECT_0.
 VLT_API DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds);
 VLT_API DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds,
                                        BOOL alertable);
