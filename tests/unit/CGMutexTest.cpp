@@ -1,0 +1,116 @@
+// Markers of running programs, in this process and others, in this session and others.
+#include "ARDCommon/CGMutex.h"
+#include "platform/Text.h"
+#include "tests/support/Support.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+using namespace vlt::test;
+using vlt::KernelHandle;
+
+namespace
+{
+
+constexpr unsigned kSoon = 20000;
+// Under Wine all processes are of one session.
+#ifdef _WIN32
+constexpr int kElsewhere = CGMutex::kInThisSession;
+#else
+constexpr int kElsewhere = CGMutex::kInOtherSession;
+#endif
+
+WString Name(const char* base)
+{
+    return vlt::ToWide("VltMarker" + std::to_string(GetCurrentProcessId()) + base, CP_UTF8);
+}
+KernelHandle MakeEvent(const WString& name)
+{
+    return KernelHandle(CreateEventW(nullptr, TRUE, FALSE, name.c_str()));
+}
+bool MutexExists(const WString& name)
+{
+    return static_cast<bool>(KernelHandle(OpenMutexW(SYNCHRONIZE, FALSE, name.c_str())));
+}
+
+Child Start(const WString& name, const char* session)
+{
+    return Child("marker", {vlt::ToNarrow(name, CP_UTF8)}, {{"VLT_SESSION", session}});
+}
+
+} // namespace
+
+// What the marker's pair gives to another process, and what it sees of it; then holds it.
+VLT_CHILD(marker)
+{
+    const WString name = vlt::ToWide(args[0], CP_UTF8);
+    CGMutex mutex;
+    const int running = CGMutex::IsRunning(name.c_str());
+    const int made = mutex.CreatePair(name.c_str());
+    std::printf("%d %d\n", running, made);
+    std::fflush(stdout);
+    while (std::getchar() != EOF) {
+    }
+    return 0;
+}
+
+TEST(CGMutex, APairTellsThisSessionFromOthers)
+{
+    const WString name = Name("Pair");
+    const std::string elsewhere = std::to_string(kElsewhere) + " " + std::to_string(kElsewhere);
+    CGMutex first;
+    EXPECT_EQ(CGMutex::IsRunning(name.c_str()), 0);
+    EXPECT_EQ(first.CreatePair(name.c_str()), 1);
+    EXPECT_EQ(Start(name, "0").ReadLine(), "2 2");
+    EXPECT_EQ(Start(name, "2").ReadLine(), elsewhere);
+    CGMutex second;
+    EXPECT_EQ(second.CreatePair(name.c_str()), 2);
+    // The second holds nothing; making the first's anew gives it up before.
+    EXPECT_EQ(first.CreatePair(name.c_str()), 1);
+    first.Close();
+    EXPECT_EQ(CGMutex::IsRunning(name.c_str()), 0);
+
+    // A marker goes with its process.
+    Child holder = Start(name, "2");
+    EXPECT_EQ(holder.ReadLine(), "0 1");
+    EXPECT_EQ(first.CreatePair(name.c_str()), kElsewhere);
+    holder.Kill();
+    EXPECT_TRUE(Eventually(kSoon, [&] { return CGMutex::IsRunning(name.c_str()) == 0; }));
+    EXPECT_FALSE(MutexExists(TEXT("Local_") + name));
+    EXPECT_EQ(first.CreateGlobal(name.c_str()), 1);
+    EXPECT_EQ(second.CreateGlobal((TEXT("Global\\") + name).c_str()), 2);
+    EXPECT_EQ(CGMutex::IsRunning(name.c_str()), 3); // there is no marker of this session
+}
+
+TEST(CGMutex, WithoutSessionsTheNameIsUsedBare)
+{
+    const WString name = Name("Bare");
+    CGMutex first;
+    CGMutex second;
+    EXPECT_EQ(CGMutex::IsRunning(name.c_str(), false), 0);
+    EXPECT_EQ(first.CreatePair(name.c_str(), false), 1);
+    EXPECT_TRUE(MutexExists(name));
+    EXPECT_FALSE(MutexExists(TEXT("Local_") + name));
+    EXPECT_EQ(second.CreatePair(name.c_str(), false), 2);
+    EXPECT_EQ(CGMutex::IsRunning(name.c_str(), false), 2);
+    first.Close();
+    EXPECT_EQ(CGMutex::IsRunning(name.c_str(), false), 0);
+}
+
+TEST(CGMutex, WhatFailsLeavesNoMarker)
+{
+    const WString name = Name("Taken");
+    CGMutex mutex;
+    KernelHandle other = MakeEvent(TEXT("Global\\") + name);
+    EXPECT_EQ(mutex.CreatePair(name.c_str()), 0);
+    EXPECT_EQ(CGMutex::IsRunning(name.c_str()), 0);
+    EXPECT_EQ(mutex.CreateGlobal(name.c_str()), 0);
+    other = MakeEvent(TEXT("Local_") + name);
+    EXPECT_EQ(mutex.CreatePair(name.c_str()), 0);
+    EXPECT_FALSE(MutexExists(TEXT("Global\\") + name));
+    for (const WString& hostile : {WString(260, TEXT('x')), WString(TEXT("a\\b"))}) {
+        EXPECT_EQ(mutex.CreatePair(hostile.c_str()), 0);
+        EXPECT_EQ(CGMutex::IsRunning(hostile.c_str()), 0);
+    }
+}
