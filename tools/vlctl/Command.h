@@ -53,6 +53,7 @@ void AddSettingsCommands(CLI::App& app, Run& run);
 void AddLogCommand(CLI::App& app, Run& run);
 void AddWatchCommand(CLI::App& app, Run& run);
 void AddExcludeCommands(CLI::App& app);
+void AddEventCommands(CLI::App& app);
 
 // The path of the installed service's program, as it was registered. Throws when it is not installed.
 WString InstalledProgram();

@@ -18,6 +18,7 @@ int main(int argc, char** argv)
     AddLogCommand(app, run);
     AddWatchCommand(app, run);
     AddExcludeCommands(app);
+    AddEventCommands(app);
     try {
         app.parse(argc, argv);
         return run.exit;
