@@ -77,11 +77,12 @@ enum AsError : std::int32_t {
     AS_E_ARGUMENT = 2,      // a null or unusable argument
     AS_E_PATTERN = 3,       // a pattern file is missing, unreadable or broken
     AS_E_MONITOR = 4,       // on-access monitoring could not be started
-    AS_E_FILE = 5,          // a file could not be read
+    AS_E_FILE = 5,          // a file could not be read or written, or changed meanwhile
     AS_E_BUFFER = 6,        // the caller's buffer is too small
     AS_E_NOT_SUPPORTED = 7, // the entry point does nothing in this library
     AS_E_STATE = 8,         // not possible now, such as starting before a configuration
     AS_E_NO_MEMORY = 9,
+    AS_E_FORMAT = 10, // not an encoded file, or a damaged one
 };
 
 // ---------------------------------------------------------------------------------------------

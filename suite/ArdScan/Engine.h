@@ -48,6 +48,9 @@ public:
     void SetPackTrap(bool on);
     // As ASScanFileW returns it.
     std::int32_t ScanFile(WStringView path);
+    AsError Encode(const HostPath& source, const HostPath& destination);
+    AsError Restore(const HostPath& file, const HostPath& destination);
+    AsError BackupInfo(const HostPath& file, AsBackupInfoW& info);
 
     std::shared_ptr<const CPatternSet> Patterns() const { return m_context.Current()->patterns; }
     const HostPath& PatternFolder() const { return m_patternFolder; }

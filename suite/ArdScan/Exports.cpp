@@ -2,6 +2,7 @@
 // across the boundary.
 #include "suite/ArdScan/Engine.h"
 
+#include "platform/Text.h"
 #include "suite/ArdScan/PatternFolder.h"
 
 #include <algorithm>
@@ -114,6 +115,13 @@ HostPath FromNarrow(const char* path)
 #else
     return ToHostUtf8(path);
 #endif
+}
+
+// Empty rather than shortened: a part of a path is the path of another file.
+void NarrowToField(char (&field)[260], const WCHAR* path)
+{
+    const std::string text = vlt::ToNarrow(path);
+    vlt::CopyToField(field, text.size() < std::size(field) ? std::string_view(text) : std::string_view());
 }
 
 bool Describe(CEngine& engine, std::uint64_t id, AsVirusInfo& info)
@@ -353,7 +361,6 @@ AS_EXPORT std::int32_t WINAPI ASAddRemoveExceptionProcess(AsHandle handle, std::
     return Try(handle, [&](CEngine& engine) { return engine.SetProcess(processId, add != 0); });
 }
 
-// Actions on files and the enciphered copies come with the quarantine.
 AS_EXPORT std::int32_t WINAPI ASManualActionW(AsHandle handle, const WCHAR*, std::uint32_t)
 {
     return NotSupported(handle);
@@ -362,27 +369,53 @@ AS_EXPORT std::int32_t WINAPI ASManualAction(AsHandle handle, const char*, std::
 {
     return NotSupported(handle);
 }
-AS_EXPORT std::int32_t WINAPI ASEncodeFileW(AsHandle handle, const WCHAR*, const WCHAR*)
+AS_EXPORT std::int32_t WINAPI ASEncodeFileW(AsHandle handle, const WCHAR* source, const WCHAR* destination)
 {
-    return NotSupported(handle);
+    return Try(handle, [&](CEngine& engine) {
+        return source && destination ? engine.Encode(ToHost(source), ToHost(destination)) : AS_E_ARGUMENT;
+    });
 }
-AS_EXPORT std::int32_t WINAPI ASEncodeFile(AsHandle handle, const char*, const char*)
+
+AS_EXPORT std::int32_t WINAPI ASEncodeFile(AsHandle handle, const char* source, const char* destination)
 {
-    return NotSupported(handle);
+    return Try(handle, [&](CEngine& engine) {
+        return source && destination ? engine.Encode(FromNarrow(source), FromNarrow(destination)) : AS_E_ARGUMENT;
+    });
 }
-AS_EXPORT std::int32_t WINAPI ASRestoreFileW(AsHandle handle, const WCHAR*, const WCHAR*)
+
+AS_EXPORT std::int32_t WINAPI ASRestoreFileW(AsHandle handle, const WCHAR* file, const WCHAR* destination)
 {
-    return NotSupported(handle);
+    return Try(handle, [&](CEngine& engine) {
+        return file && destination ? engine.Restore(ToHost(file), ToHost(destination)) : AS_E_ARGUMENT;
+    });
 }
-AS_EXPORT std::int32_t WINAPI ASRestoreFile(AsHandle handle, const char*, const char*)
+
+AS_EXPORT std::int32_t WINAPI ASRestoreFile(AsHandle handle, const char* file, const char* destination)
 {
-    return NotSupported(handle);
+    return Try(handle, [&](CEngine& engine) {
+        return file && destination ? engine.Restore(FromNarrow(file), FromNarrow(destination)) : AS_E_ARGUMENT;
+    });
 }
-AS_EXPORT std::int32_t WINAPI ASGetBackupFileInfoW(AsHandle handle, const WCHAR*, AsBackupInfoW*)
+
+AS_EXPORT std::int32_t WINAPI ASGetBackupFileInfoW(AsHandle handle, const WCHAR* file, AsBackupInfoW* info)
 {
-    return NotSupported(handle);
+    return Try(handle,
+               [&](CEngine& engine) { return file && info ? engine.BackupInfo(ToHost(file), *info) : AS_E_ARGUMENT; });
 }
-AS_EXPORT std::int32_t WINAPI ASGetBackupFileInfo(AsHandle handle, const char*, AsBackupInfoA*)
+
+AS_EXPORT std::int32_t WINAPI ASGetBackupFileInfo(AsHandle handle, const char* file, AsBackupInfoA* info)
 {
-    return NotSupported(handle);
+    return Try(handle, [&](CEngine& engine) {
+        if (!file || !info)
+            return AS_E_ARGUMENT;
+        AsBackupInfoW wide{};
+        if (const AsError error = engine.BackupInfo(FromNarrow(file), wide); error != AS_OK)
+            return error;
+        *info = {};
+        NarrowToField(info->sourcePath, wide.sourcePath);
+        NarrowToField(info->backupPath, wide.backupPath);
+        info->time = wide.time;
+        info->encoded = wide.encoded;
+        return AS_OK;
+    });
 }

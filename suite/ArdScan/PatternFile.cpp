@@ -1,5 +1,7 @@
 #include "suite/ArdScan/PatternFile.h"
 
+#include "suite/ArdScan/Bytes.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -10,74 +12,6 @@ namespace
 
 constexpr std::uint8_t Magic[8] = {'V', 'L', 'T', 'P', 'T', 'R', 'N', 0x1A};
 constexpr std::uint32_t FormatVersion = 1;
-
-constexpr std::array<std::uint32_t, 256> CrcTable = [] {
-    std::array<std::uint32_t, 256> table{};
-    for (std::uint32_t i = 0; i < 256; ++i) {
-        std::uint32_t c = i;
-        for (int bit = 0; bit < 8; ++bit)
-            c = (c >> 1) ^ (c & 1 ? 0xEDB88320u : 0u);
-        table[i] = c;
-    }
-    return table;
-}();
-
-// Reads numbers and bytes in order and remembers that the input was too short.
-class Reader
-{
-public:
-    explicit Reader(std::span<const std::uint8_t> bytes) : m_bytes(bytes) {}
-
-    template <typename T>
-    T Number()
-    {
-        T value = 0;
-        const auto bytes = Bytes(sizeof(T));
-        for (std::size_t i = bytes.size(); i-- > 0;)
-            value = static_cast<T>(static_cast<std::uint64_t>(value) << 8 | bytes[i]);
-        return value;
-    }
-
-    std::span<const std::uint8_t> Bytes(std::size_t count)
-    {
-        if (count > m_bytes.size()) {
-            m_short = true;
-            m_bytes = {};
-            return {};
-        }
-        const auto result = m_bytes.first(count);
-        m_bytes = m_bytes.subspan(count);
-        return result;
-    }
-
-    bool Short() const { return m_short; }
-    std::size_t Left() const { return m_bytes.size(); }
-
-private:
-    std::span<const std::uint8_t> m_bytes;
-    bool m_short = false;
-};
-
-class Writer
-{
-public:
-    template <typename T>
-    void Number(T value)
-    {
-        for (std::size_t i = 0; i < sizeof(T); ++i)
-            m_bytes.push_back(static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> (8 * i)));
-    }
-    template <typename Range>
-    void Bytes(const Range& range)
-    {
-        for (auto byte : range)
-            m_bytes.push_back(static_cast<std::uint8_t>(byte));
-    }
-    std::vector<std::uint8_t>& Result() { return m_bytes; }
-
-private:
-    std::vector<std::uint8_t> m_bytes;
-};
 
 bool IsValidSignature(const Signature& signature)
 {
@@ -101,7 +35,7 @@ std::string Text(std::span<const std::uint8_t> bytes)
     return {bytes.begin(), bytes.end()};
 }
 
-bool ReadPattern(Reader& reader, BytePattern& pattern)
+bool ReadPattern(ByteReader& reader, BytePattern& pattern)
 {
     const auto nameLength = reader.Number<std::uint16_t>();
     pattern.flags = reader.Number<std::uint16_t>();
@@ -116,7 +50,7 @@ bool ReadPattern(Reader& reader, BytePattern& pattern)
     return !reader.Short() && IsValid(pattern);
 }
 
-bool ReadHash(Reader& reader, HashPattern& pattern)
+bool ReadHash(ByteReader& reader, HashPattern& pattern)
 {
     const auto nameLength = reader.Number<std::uint16_t>();
     pattern.flags = reader.Number<std::uint16_t>();
@@ -145,19 +79,14 @@ bool IsValid(const HashPattern& pattern)
 
 std::uint32_t PatternChecksum(std::span<const std::uint8_t> bytes)
 {
-    std::uint32_t crc = 0xFFFFFFFFu;
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        const bool own = i >= PatternChecksumOffset && i < PatternChecksumOffset + 4;
-        crc = CrcTable[(crc ^ (own ? 0 : bytes[i])) & 0xFF] ^ (crc >> 8);
-    }
-    return ~crc;
+    return ChecksumWithout(bytes, PatternChecksumOffset);
 }
 
 std::optional<PatternHeader> ReadPatternHeader(std::span<const std::uint8_t> bytes)
 {
     if (bytes.size() < PatternHeaderSize || std::memcmp(bytes.data(), Magic, sizeof(Magic)) != 0)
         return std::nullopt;
-    Reader reader(bytes.subspan(sizeof(Magic)));
+    ByteReader reader(bytes.subspan(sizeof(Magic)));
     if (reader.Number<std::uint32_t>() != FormatVersion)
         return std::nullopt;
     PatternHeader header{};
@@ -181,7 +110,7 @@ std::optional<PatternFile> ReadPatternFile(std::span<const std::uint8_t> bytes)
     PatternFile file;
     file.kind = header->kind;
     file.version = header->version;
-    Reader reader(bytes.subspan(PatternHeaderSize));
+    ByteReader reader(bytes.subspan(PatternHeaderSize));
     // Counts are not trusted with memory: entries are appended while the input lasts.
     for (std::uint32_t i = 0; i < header->patternCount; ++i)
         if (!ReadPattern(reader, file.patterns.emplace_back()))
@@ -196,7 +125,7 @@ std::optional<PatternFile> ReadPatternFile(std::span<const std::uint8_t> bytes)
 
 std::optional<std::vector<std::uint8_t>> WritePatternFile(const PatternFile& file)
 {
-    Writer body;
+    ByteWriter body;
     for (const BytePattern& pattern : file.patterns) {
         if (!IsValid(pattern))
             return std::nullopt;
@@ -221,7 +150,7 @@ std::optional<std::vector<std::uint8_t>> WritePatternFile(const PatternFile& fil
     if (body.Result().size() > MaxPatternFileSize - PatternHeaderSize)
         return std::nullopt;
 
-    Writer whole;
+    ByteWriter whole;
     whole.Bytes(Magic);
     whole.Number(FormatVersion);
     whole.Number(static_cast<std::uint32_t>(file.kind));
