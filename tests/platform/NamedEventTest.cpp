@@ -107,16 +107,18 @@ TEST(NamedEvent, ProcessesShareIt)
     Child waiting("named_event", {"wait", Narrow(name)});
     EXPECT_EQ(waiting.ReadLine(), "0");
     // A pulse releases a waiter of another process too; until it waits nobody remembers them.
+    std::atomic<bool> released{false};
     TestThread pulsing([&] {
-        while (WaitForSingleObject(event.Get(), 0) == WAIT_TIMEOUT) {
+        while (!released) {
             PulseEvent(event.Get());
             Sleep(1);
         }
         return 0u;
     });
     EXPECT_EQ(waiting.ReadLine(), "0");
-    SetEvent(event.Get());
+    released = true;
     EXPECT_TRUE(pulsing.HasEnded());
+    SetEvent(event.Get());
     Child setting("named_event", {"create", Narrow(name)});
     EXPECT_EQ(setting.ReadLine(), std::to_string(ERROR_ALREADY_EXISTS));
     EXPECT_EQ(setting.ReadLine(), "0");
