@@ -56,15 +56,15 @@ HWND CreateMessageWindow(const WCHAR* className = TEXT("VltWindow"), void* param
     return CreateWindowExW(0, className, nullptr, 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, parameter);
 }
 
-// A thread with a window. It runs messages until it is told to quit; without `pump` it only waits for Stop.
+// A thread with a window. It runs messages until it is told to quit; without `pump` it waits for `stop`.
 class WindowThread
 {
 public:
     explicit WindowThread(bool pump = true) : m_pump(pump) { WaitForSingleObject(m_ready.Get(), kSoon); }
     HWND Window() const { return m_window; }
-    HANDLE Thread() const { return m_thread.Handle(); }
-    void Stop() { SetEvent(m_stop.Get()); }
-    bool HasEnded() const { return m_thread.HasEnded(); }
+    const TestThread& Thread() const { return m_thread; }
+
+    const KernelHandle stop = MakeEvent(true);
 
 private:
     unsigned Run()
@@ -75,14 +75,13 @@ private:
         while (m_pump && GetMessageW(&message, nullptr, 0, 0) > 0)
             DispatchMessageW(&message);
         if (!m_pump)
-            WaitForSingleObject(m_stop.Get(), kSoon);
+            WaitForSingleObject(stop.Get(), kSoon);
         return 0;
     }
 
     const bool m_pump;
     HWND m_window = nullptr;
     const KernelHandle m_ready = MakeEvent(true);
-    const KernelHandle m_stop = MakeEvent(true);
     TestThread m_thread{[this] { return Run(); }};
 };
 
@@ -115,7 +114,6 @@ TEST(Window, PostedMessagesComeInOrderAndTheQuitLast)
     PostQuitMessage(3);
     EXPECT_TRUE(PostMessageW(window, kAdd, 1, 2));
     EXPECT_TRUE(PostMessageW(other, kAdd, 7, 7));
-    EXPECT_TRUE(PostMessageW(nullptr, kAdd, 0, 0)); // to the thread
     EXPECT_TRUE(PostMessageW(window, kAdd, 3, 4));
     EXPECT_FALSE(CloseHandle(reinterpret_cast<HANDLE>(window)));
     MSG message{};
@@ -127,9 +125,6 @@ TEST(Window, PostedMessagesComeInOrderAndTheQuitLast)
     // What was posted to a window goes with it; its end asks for another quit.
     EXPECT_TRUE(DestroyWindow(other));
     ASSERT_GT(GetMessageW(&message, nullptr, 0, 0), 0);
-    EXPECT_EQ(message.hwnd, nullptr);
-    EXPECT_EQ(DispatchMessageW(&message), 0);
-    ASSERT_GT(GetMessageW(&message, nullptr, 0, 0), 0);
     EXPECT_EQ(message.wParam, 3u);
     EXPECT_EQ(GetMessageW(&message, nullptr, 0, 0), 0);
     EXPECT_EQ(message.wParam, 7u);
@@ -138,10 +133,8 @@ TEST(Window, PostedMessagesComeInOrderAndTheQuitLast)
 TEST(Window, WhatIsNoWindowIsRefused)
 {
     EXPECT_EQ(CreateMessageWindow(TEXT("VltNoClass")), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_CANNOT_FIND_WND_CLASS);
     EXPECT_NE(Register(TEXT("VltTwice")), 0);
-    EXPECT_EQ(Register(TEXT("vltTWICE")), 0);
-    EXPECT_EQ(GetLastError(), ERROR_CLASS_ALREADY_EXISTS);
+    EXPECT_FAILS(Register(TEXT("vltTWICE")), ERROR_CLASS_ALREADY_EXISTS);
     int refuse = 0;
     EXPECT_EQ(CreateMessageWindow(TEXT("VLTTwice"), &refuse), nullptr);
 
@@ -150,10 +143,8 @@ TEST(Window, WhatIsNoWindowIsRefused)
     EXPECT_TRUE(DestroyWindow(gone));
     for (const HWND none : {gone, HWND{}}) {
         EXPECT_FALSE(IsWindow(none));
-        EXPECT_FAILS(DestroyWindow(none), ERROR_INVALID_WINDOW_HANDLE);
-        SetLastError(0);
-        EXPECT_EQ(SendMessageW(none, kAdd, 1, 1), 0);
-        EXPECT_EQ(GetLastError(), ERROR_INVALID_WINDOW_HANDLE);
+        EXPECT_FALSE(DestroyWindow(none));
+        EXPECT_FAILS(SendMessageW(none, kAdd, 1, 1), ERROR_INVALID_WINDOW_HANDLE);
     }
     EXPECT_FAILS(PostMessageW(gone, kAdd, 1, 1), ERROR_INVALID_WINDOW_HANDLE);
 }
@@ -169,7 +160,7 @@ TEST(Window, ItsThreadAloneRunsTheProcedure)
     const HWND mine = CreateMessageWindow();
     EXPECT_EQ(SendMessageW(window, kSendOn, reinterpret_cast<WPARAM>(mine), 0), 42);
     EXPECT_TRUE(PostMessageW(window, WM_CLOSE, 0, 0));
-    EXPECT_TRUE(owner.HasEnded());
+    EXPECT_TRUE(owner.Thread().HasEnded());
     EXPECT_FALSE(IsWindow(window));
 }
 
@@ -182,26 +173,25 @@ TEST(Window, NoEndOfAWindowLeavesItsSenderWaiting)
 
     WindowThread idle(false);
     const Sender second(idle.Window(), kAdd, 1, 1);
-    idle.Stop();
+    SetEvent(idle.stop.Get());
     EXPECT_EQ(second.Result(), 0);
 
     WindowThread ending;
     EXPECT_EQ(SendMessageW(ending.Window(), kEndThread, 0, 0), 0);
-    EXPECT_TRUE(ending.HasEnded());
+    EXPECT_TRUE(ending.Thread().HasEnded());
 }
 
 #ifndef _WIN32
 // Wine keeps the windows of a thread that was terminated, and has no limit for a queue.
 TEST(Window, ATerminatedThreadLeavesNoSenderWaiting)
 {
-    const KernelHandle inside = MakeEvent(true);
-    const KernelHandle never = MakeEvent(true);
+    const KernelHandle inside = MakeEvent(true), never = MakeEvent(true);
     WindowThread blocked;
     const Sender third(blocked.Window(), kBlock, reinterpret_cast<WPARAM>(inside.Get()),
                        reinterpret_cast<LPARAM>(never.Get()));
     ASSERT_EQ(WaitForSingleObject(inside.Get(), kSoon), WAIT_OBJECT_0);
     const Sender fourth(blocked.Window(), kAdd, 1, 1); // behind it
-    EXPECT_TRUE(TerminateThread(blocked.Thread(), 1));
+    EXPECT_TRUE(TerminateThread(blocked.Thread().Handle(), 1));
     EXPECT_EQ(third.Result(), 0);
     EXPECT_EQ(fourth.Result(), 0);
 
@@ -211,21 +201,19 @@ TEST(Window, ATerminatedThreadLeavesNoSenderWaiting)
     WindowThread deaf(false);
     TestThread waiting([&] { return static_cast<unsigned>(SendMessageW(deaf.Window(), kAdd, 1, 1)); });
     waiting.AwaitAsleep();
-    EXPECT_TRUE(TerminateThread(pumping.Thread(), 1));
+    EXPECT_TRUE(TerminateThread(pumping.Thread().Handle(), 1));
     EXPECT_TRUE(TerminateThread(waiting.Handle(), 9));
-    EXPECT_TRUE(pumping.HasEnded());
+    EXPECT_TRUE(pumping.Thread().HasEnded());
     EXPECT_TRUE(waiting.HasEnded());
     EXPECT_EQ(waiting.ExitCode(), 9u);
     EXPECT_FALSE(IsWindow(pumping.Window()));
-    deaf.Stop();
+    SetEvent(deaf.stop.Get());
 }
 
 TEST(Window, WhatIsNotSupportedSaysSo)
 {
-    SetLastError(0);
-    EXPECT_EQ(CreateWindowExW(0, TEXT("VltWindow"), nullptr, 0, 0, 0, 9, 9, nullptr, nullptr, nullptr, nullptr),
-              nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+    EXPECT_FAILS(CreateWindowExW(0, TEXT("VltWindow"), nullptr, 0, 0, 0, 9, 9, nullptr, nullptr, nullptr, nullptr),
+                 ERROR_NOT_SUPPORTED);
     MSG message;
     const HWND window = CreateMessageWindow();
     EXPECT_EQ(GetMessageW(&message, window, 0, 0), -1);

@@ -29,7 +29,7 @@ KernelHandle Make(const std::string& name)
 
 TEST(EventCommand, SignalsAndWaitsForAnEventOfAnotherProcess)
 {
-    const std::string name = "VltEvent" + std::to_string(GetCurrentProcessId());
+    const std::string name = NarrowName("Event");
     EXPECT_EQ(ExitOf("set", name), 1);
     EXPECT_EQ(ExitOf("wait", name, {"--timeout", "0"}), 1);
     const KernelHandle event = Make("Global\\" + name);

@@ -1,7 +1,7 @@
 // Markers of running programs, in this process and others, in this session and others.
 #include "ARDCommon/CGMutex.h"
 #include "platform/Text.h"
-#include "tests/support/Support.h"
+#include "tests/platform/Waiter.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,6 @@ using vlt::KernelHandle;
 namespace
 {
 
-constexpr unsigned kSoon = 20000;
 // Under Wine all processes are of one session.
 #ifdef _WIN32
 constexpr int kElsewhere = CGMutex::kInThisSession;
@@ -21,14 +20,6 @@ constexpr int kElsewhere = CGMutex::kInThisSession;
 constexpr int kElsewhere = CGMutex::kInOtherSession;
 #endif
 
-WString Name(const char* base)
-{
-    return vlt::ToWide("VltMarker" + std::to_string(GetCurrentProcessId()) + base, CP_UTF8);
-}
-KernelHandle MakeEvent(const WString& name)
-{
-    return KernelHandle(CreateEventW(nullptr, TRUE, FALSE, name.c_str()));
-}
 bool MutexExists(const WString& name)
 {
     return static_cast<bool>(KernelHandle(OpenMutexW(SYNCHRONIZE, FALSE, name.c_str())));
@@ -57,7 +48,7 @@ VLT_CHILD(marker)
 
 TEST(CGMutex, APairTellsThisSessionFromOthers)
 {
-    const WString name = Name("Pair");
+    const WString name = ObjectName("Pair");
     const std::string elsewhere = std::to_string(kElsewhere) + " " + std::to_string(kElsewhere);
     CGMutex first;
     EXPECT_EQ(CGMutex::IsRunning(name.c_str()), 0);
@@ -85,7 +76,7 @@ TEST(CGMutex, APairTellsThisSessionFromOthers)
 
 TEST(CGMutex, WithoutSessionsTheNameIsUsedBare)
 {
-    const WString name = Name("Bare");
+    const WString name = ObjectName("Bare");
     CGMutex first;
     CGMutex second;
     EXPECT_EQ(CGMutex::IsRunning(name.c_str(), false), 0);
@@ -100,13 +91,13 @@ TEST(CGMutex, WithoutSessionsTheNameIsUsedBare)
 
 TEST(CGMutex, WhatFailsLeavesNoMarker)
 {
-    const WString name = Name("Taken");
+    const WString name = ObjectName("Taken");
     CGMutex mutex;
-    KernelHandle other = MakeEvent(TEXT("Global\\") + name);
+    KernelHandle other(CreateEventW(nullptr, TRUE, FALSE, (TEXT("Global\\") + name).c_str()));
     EXPECT_EQ(mutex.CreatePair(name.c_str()), 0);
     EXPECT_EQ(CGMutex::IsRunning(name.c_str()), 0);
     EXPECT_EQ(mutex.CreateGlobal(name.c_str()), 0);
-    other = MakeEvent(TEXT("Local_") + name);
+    other.Reset(CreateEventW(nullptr, TRUE, FALSE, (TEXT("Local_") + name).c_str()));
     EXPECT_EQ(mutex.CreatePair(name.c_str()), 0);
     EXPECT_FALSE(MutexExists(TEXT("Global\\") + name));
     for (const WString& hostile : {WString(260, TEXT('x')), WString(TEXT("a\\b"))}) {
