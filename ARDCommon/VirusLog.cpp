@@ -1,10 +1,13 @@
 #include "ARDCommon/VirusLog.h"
 
+#include "ARDCommon/CGEvent.h"
 #include "ARDCommon/ProgramFolder.h"
 #include "ARDCommon/VlDebug.h"
 #include "platform/Format.h"
 #include "platform/Text.h"
 #include "platform/Unique.h"
+
+#include <ctime>
 
 namespace
 {
@@ -15,6 +18,7 @@ constexpr WCHAR kByteOrderMark = 0xFEFF;
 
 // What the line says of a record: fields 6 to 8.
 struct LogTexts {
+    bool anonymous = false; // neither a threat name nor an infected path
     int kind = 1;
     WString threat;
     WString file;
@@ -27,6 +31,7 @@ LogTexts TextsOf(const AsDetectionRecord& record)
     const WStringView second = vlt::FieldText(record.secondPath);
     LogTexts texts;
     if (threat.empty() && path.empty()) {
+        texts.anonymous = true;
         texts.threat = TEXT("---");
         texts.file = second;
         return texts;
@@ -39,9 +44,8 @@ LogTexts TextsOf(const AsDetectionRecord& record)
     return texts;
 }
 
-WString LineOf(const AsDetectionRecord& record, const SYSTEMTIME& now)
+WString LineOf(const AsDetectionRecord& record, const LogTexts& texts, const SYSTEMTIME& now)
 {
-    const LogTexts texts = TextsOf(record);
     WString line =
         vlt::Format(TEXT("%04d%02d%02d|%02d%02d%02d|%08d|%08d|2|%d|"), int{now.wYear}, int{now.wMonth}, int{now.wDay},
                     int{now.wHour}, int{now.wMinute}, int{now.wSecond}, kRecordKind, kRecordVersion, texts.kind);
@@ -64,12 +68,13 @@ bool CVirusLogForRealTimeScan2::WriteVirusLog(const AsDetectionRecord* record) c
     // One clock reading, or a line written at midnight could name another day than its file.
     SYSTEMTIME now{};
     GetLocalTime(&now);
-    if (!WriteVirusLogToFile(now, LineOf(*record, now))) {
+    const LogTexts texts = TextsOf(*record);
+    if (!WriteVirusLogToFile(now, LineOf(*record, texts, now))) {
         VLT_TRACE(20, "*** CVirusLogForRealTimeScan2::WriteVirusLog() - Failed to WriteVirusLogToFile().");
         return false;
     }
-    // Left out: the last detection's records in ardentis.ini and the refresh pulse, both only when
-    // the record has a name or an infected path.
+    if (!texts.anonymous)
+        WriteLastFoudVirusAndNotifyToMainUI(now, texts.threat, texts.file);
     VLT_TRACE(40, "Leave CVirusLogForRealTimeScan2::WriteVirusLog()...");
     return true;
 }
@@ -116,4 +121,19 @@ bool CVirusLogForRealTimeScan2::WriteVirusLogToFile(const SYSTEMTIME& localTime,
     }
     VLT_TRACE(40, "Leave CVirusLogForRealTimeScan2::WriteVirusLogToFile()...");
     return true;
+}
+
+void CVirusLogForRealTimeScan2::WriteLastFoudVirusAndNotifyToMainUI(const SYSTEMTIME& /*localTime*/,
+                                                                    const WString& threat, const WString& file) const
+{
+    const std::string settings = vlt::ToNarrow(vlt::SettingsFile());
+    const auto write = [&](const char* key, const std::string& value) {
+        WritePrivateProfileStringA("Info", key, value.c_str(), settings.c_str());
+    };
+    write("LastVirus", vlt::ToNarrow(threat));
+    write("LastInfectFile", vlt::ToNarrow(file));
+    write("LastTime", vlt::Format("%d", static_cast<int>(std::time(nullptr))));
+    CGEvent refresh;
+    if (refresh.Create(TEXT("Event_Refresh_Status")))
+        refresh.Pulse();
 }

@@ -1,4 +1,4 @@
-// The day's virus log: one line for each detection.
+// The day's virus log: one line for each detection, and the last detection for user interfaces.
 //
 // File: <program folder>Log\YYYYMMDD.VLG by the local date of the write. UTF-16 little-endian; a new
 // file begins with U+FEFF. Lines are only appended and end in CR LF. Twelve fields between "|":
@@ -26,4 +26,10 @@ public:
     // Appends line to the file of localTime's day with a single write. The folder is made when it is
     // missing.
     bool WriteVirusLogToFile(const SYSTEMTIME& localTime, const WString& line) const;
+
+    // Keeps the detection as the last one in ardentis.ini, section Info: LastVirus, LastInfectFile and
+    // LastTime (now, in seconds since 1970), in the system code page; then pulses the global event
+    // Event_Refresh_Status, on which user interfaces read them again. Failures are not reported.
+    void WriteLastFoudVirusAndNotifyToMainUI(const SYSTEMTIME& localTime, const WString& threat,
+                                             const WString& file) const;
 };

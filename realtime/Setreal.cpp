@@ -130,7 +130,10 @@ bool InitKSAPI(const WString& directory)
 {
     vlt::RealtimeState& state = vlt::Realtime();
     const WString folder = vlt::ShortProgramFolder();
-    // Left out: opening the quarantine store in folder + "Quarantine"; a failure ends the start-up here.
+    if (state.quarantine.QuarantineInitW(folder.c_str(), (folder + TEXT("Quarantine")).c_str()) != 1) {
+        VLT_TRACE(20, "Error: QuarantineInitW");
+        return false;
+    }
     TraceProgramVersion();
     if (!BindScanLibrary(directory + TEXT("ArdScan.dll")) || !OpenScanHandle(folder))
         return false;
@@ -168,7 +171,7 @@ void StopRealtimeScan()
     }
     // Left out: ending the registry watchers WhenRegChange, then WhenExceptionRegChange.
     // Left out: ending PollingStatusThread, then EventThread.
-    // Left out: closing the quarantine store.
+    state.quarantine.QuarantineClose();
     if (state.scanModule) {
         if (state.scanTable.ASDeInitScan != nullptr)
             state.scanTable.ASDeInitScan(state.scanHandle);

@@ -205,7 +205,7 @@ std::int32_t RealtimeSetting()
     config.fixed3964 = config.fixed3968 = config.fixed3972 = config.fixed3980 = 1;
     const Switches switches = FillOptions(config);
 
-    // Left out: the last-scan callback, which stores the last scanned file; its slot stays null.
+    config.lastScanCallback = SetLastScanInfo;
     config.detectionCallback = RealTimeScanVirusCallBack;
     config.spywareCallback = RealTimeScanVirusCallBack;
 

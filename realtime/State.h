@@ -3,6 +3,7 @@
 #pragma once
 
 #include "ARDCommon/NotifySender.h"
+#include "ARDCommon/Quarantine.h"
 #include "ARDCommon/VlCriticalSection.h"
 #include "engine/ArdScanTable.h"
 #include "platform/Unique.h"
@@ -24,6 +25,9 @@ struct RealtimeState {
 
     // Held for every application of the settings; exists from engine start-up to shut-down.
     std::optional<VlCriticalSection> settingsLock;
+
+    // Open from before the library is loaded until it has ended monitoring.
+    CQuarantine quarantine;
 
     // Tells user programs about detections; null when it could not be made. Published for the callbacks
     // until the library has ended them.

@@ -7,7 +7,13 @@ Lines StartUpToInit(const Installation& service)
 {
     const std::string folder = service.FolderText();
     return {"InitDebugEx settings=" + folder + "ardentis.ini hotSwitch=0 module=VlntSrv one=1",
-            "40 .\\crealscan.cpp CRealScan::Init()", "40 .\\Setreal.cpp GetModuleVersion[VLNTSRV]: 15.0.1.1001",
+            "40 .\\crealscan.cpp CRealScan::Init()",
+            "50 ..\\..\\ARDCommon\\Quarantine.cpp (ENTER) CQuarantine::QuarantineInitW( pattern path=" + folder +
+                ", quarantine folder=" + folder + "Quarantine)",
+            "40 .\\DynLib.cpp Success: LoadLibrary(ArdScan.dll): *",
+            "store.ASInitScanW appFolder=" + folder,
+            "50 ..\\..\\ARDCommon\\Quarantine.cpp (EXIT) CQuarantine::QuarantineInitW()",
+            "40 .\\Setreal.cpp GetModuleVersion[VLNTSRV]: 15.0.1.1001",
             "40 .\\Setreal.cpp strAppPath = " + folder,
             "ASInitScanW version=2 onAccess=1 appFolder=" + folder + " patternFolder=" + folder};
 }
@@ -61,6 +67,7 @@ Lines Stop()
             "40 .\\Setreal.cpp ASStopScan",
             "ASStopScan zero=0",
             "40 .\\Setreal.cpp ASStopScan result = 1",
+            "store.ASDeInitScan",
             "ASDeInitScan",
             "40 ..\\..\\ARDCommon\\NotifySender.cpp CloseHandle hAddQueue",
             "40 ..\\..\\ARDCommon\\NotifySender.cpp CloseHandle NotifyEvent",

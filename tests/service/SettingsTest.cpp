@@ -51,7 +51,8 @@ AsConfigRecord ConfigOf(const Installation& service)
     auto* bytes = reinterpret_cast<unsigned char*>(&config);
     for (std::size_t i = 0; 2 * i + 1 < text.size(); ++i)
         bytes[i] = static_cast<unsigned char>(std::stoul(text.substr(2 * i, 2), nullptr, 16));
-    EXPECT_TRUE(config.detectionCallback != nullptr);
+    EXPECT_TRUE(config.detectionCallback != nullptr && config.lastScanCallback != nullptr);
+    config.lastScanCallback = nullptr;
     EXPECT_TRUE(config.spywareCallback == config.detectionCallback);
     config.detectionCallback = config.spywareCallback = nullptr;
     return config;

@@ -19,6 +19,7 @@ using vlt::record::Fields;
 using vlt::record::Number;
 
 char g_handle[1];
+char g_storeHandle[1]; // of the quarantine store, for scans on demand
 AsConfigRecord g_config{};
 vlt::KernelHandle g_together;
 std::vector<vlt::KernelHandle> g_threads;
@@ -88,6 +89,10 @@ extern "C" {
 
 AsHandle WINAPI ASInitScanW(std::uint32_t version, AsInitRecord* record, std::uint32_t onAccess)
 {
+    if (onAccess == 0) {
+        vlt::record::Write("ArdScan", "store.ASInitScanW", {}, {{"appFolder", record->appFolder}});
+        return g_storeHandle;
+    }
     Record("ASInitScanW", g_handle, 0,
            {{"version", version},
             {"onAccess", onAccess},
@@ -104,6 +109,10 @@ AsHandle WINAPI ASInitScanW(std::uint32_t version, AsInitRecord* record, std::ui
 #ifndef WITHOUT_ASDeInitScan
 std::int32_t WINAPI ASDeInitScan(AsHandle handle)
 {
+    if (handle == g_storeHandle) {
+        vlt::record::Write("ArdScan", "store.ASDeInitScan");
+        return 1;
+    }
     EndDetections();
     return Record("ASDeInitScan", handle, 1);
 }
