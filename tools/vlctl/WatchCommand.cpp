@@ -5,6 +5,7 @@
 #include "engine/ArdScanAbi.h"
 #include "platform/Format.h"
 #include "platform/Text.h"
+#include "platform/Unique.h"
 #include "tools/vlctl/Command.h"
 #include "tools/vlctl/DetectionNames.h"
 #include "tools/vlctl/Interrupt.h"
@@ -13,8 +14,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <deque>
@@ -27,7 +26,7 @@ namespace vlt::ctl
 namespace
 {
 
-using Clock = std::chrono::steady_clock;
+constexpr ULONGLONG Never = ~0ull;
 
 struct Settings {
     unsigned count = 0;
@@ -45,6 +44,12 @@ struct Detection {
 class Queue
 {
 public:
+    Queue() : m_changed(CreateEventW(nullptr, FALSE, FALSE, nullptr))
+    {
+        if (!m_changed)
+            FailWith(GetLastError(), "event");
+    }
+
     void Push(const Detection& detection)
     {
         const std::lock_guard guard(m_lock);
@@ -52,7 +57,7 @@ public:
             m_waiting.push_back(detection);
         else
             ++m_lost;
-        m_changed.notify_one();
+        SetEvent(m_changed.Get());
     }
 
     // No more will come.
@@ -60,23 +65,28 @@ public:
     {
         const std::lock_guard guard(m_lock);
         m_closed = true;
-        m_changed.notify_one();
+        SetEvent(m_changed.Get());
     }
 
-    // False when the time is up, or all has been popped after the end.
-    bool Pop(Detection& detection, Clock::time_point deadline)
+    // Waits up to a tick count. False when the time is up, or all has been popped after the end.
+    bool Pop(Detection& detection, ULONGLONG deadline)
     {
-        std::unique_lock guard(m_lock);
-        const auto ready = [this] { return m_closed || !m_waiting.empty(); };
-        if (deadline == Clock::time_point::max())
-            m_changed.wait(guard, ready);
-        else
-            m_changed.wait_until(guard, deadline, ready);
-        if (m_waiting.empty())
-            return false;
-        detection = m_waiting.front();
-        m_waiting.pop_front();
-        return true;
+        for (;;) {
+            {
+                const std::lock_guard guard(m_lock);
+                if (!m_waiting.empty()) {
+                    detection = m_waiting.front();
+                    m_waiting.pop_front();
+                    return true;
+                }
+                if (m_closed)
+                    return false;
+            }
+            const ULONGLONG now = GetTickCount64();
+            if (now >= deadline)
+                return false;
+            WaitForSingleObject(m_changed.Get(), deadline == Never ? INFINITE : static_cast<DWORD>(deadline - now));
+        }
     }
 
     bool Closed()
@@ -94,8 +104,8 @@ public:
 private:
     static constexpr std::size_t Longest = 16384; // 30 MB
 
+    const KernelHandle m_changed;
     std::mutex m_lock; // of all below
-    std::condition_variable m_changed;
     std::deque<Detection> m_waiting;
     unsigned m_lost = 0;
     bool m_closed = false;
@@ -211,8 +221,8 @@ void Watch(const Settings& settings, Run& run)
     std::fprintf(stderr, "vlctl: watching; Ctrl-C ends it\n");
     Queue queue;
     Taker taker(receiver, queue, stop);
-    const auto deadline = settings.timeoutSeconds == 0 ? Clock::time_point::max()
-                                                       : Clock::now() + std::chrono::seconds(settings.timeoutSeconds);
+    const ULONGLONG deadline =
+        settings.timeoutSeconds == 0 ? Never : GetTickCount64() + settings.timeoutSeconds * 1000ull;
     unsigned shown = 0;
     Detection detection;
     while ((settings.count == 0 || shown < settings.count) && queue.Pop(detection, deadline)) {
