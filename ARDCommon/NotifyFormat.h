@@ -4,7 +4,8 @@
 //
 //   section  B_mem_notify_list   the receiver list, made by the sender (or by a receiver before it)
 //   event    B_evt_notify        manual-reset: set while a message is to be read
-//   event    B_evt_sent          manual-reset, never signalled: pulsed after each set of B_evt_notify
+//   event    B_evt_sent          manual-reset, never signalled: pulsed after each set of B_evt_notify, and
+//                                again after each of the first milliseconds while someone has not read
 //   event    B_evt_read          auto-reset: a receiver sets it after it has cleared its read flag
 //   section  of each receiver, under a name of its own choice that it writes into a slot of the list
 //

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace
 {
@@ -226,6 +227,8 @@ void CNotifySender::Drain()
 // Writes the message and gives the receivers the chance to have taken it before the first look.
 void CNotifySender::Send(const Block& block)
 {
+    for (Written& written : m_written)
+        written.taken = false;
     if (NotifyToReceiver(block)) {
         if (m_sentEvent)
             PulseEvent(m_sentEvent.Get());
@@ -274,6 +277,7 @@ bool CNotifySender::WriteData(const char* name, const Block& block, Written& wri
     }
     std::memcpy(static_cast<BYTE*>(view) + kDataOffset, block.bytes.get(), block.size);
     written.message = static_cast<NotifyMessage*>(view);
+    lstrcpynA(written.name, name, sizeof written.name);
     ReadFlag(written.message).store(1, std::memory_order_release);
     return true;
 }
@@ -289,6 +293,9 @@ void CNotifySender::GiveChance()
         if (!m_readEvent)
             Sleep(1);
         ++timeouts;
+        // One may have been about to wait when the last pulse came.
+        if (m_sentEvent)
+            PulseEvent(m_sentEvent.Get());
     }
 }
 
@@ -297,7 +304,7 @@ bool CNotifySender::AnyUnread()
     bool any = false;
     for (Written& written : m_written) {
         if (written.message != nullptr && ReadFlag(written.message).load(std::memory_order_acquire) == 0)
-            written.message = nullptr;
+            written.taken = std::exchange(written.message, nullptr) != nullptr;
         any = any || written.message != nullptr;
     }
     return any;
@@ -310,18 +317,21 @@ void CNotifySender::CheckAllReadFlag()
         List list(m_list);
         if (!list)
             return;
-        list.ForEach([&](const char* name, std::size_t) { return CheckReadFlag(name); });
+        list.ForEach([&](const char* name, std::size_t i) { return CheckReadFlag(name, m_written[i]); });
     }
     ResetEvent(m_notifyEvent.Get());
     VLT_TRACE(40, "Reset hNotifyEvent");
 }
 
 // Returns when the receiver has taken the message: true; or is gone: false.
-bool CNotifySender::CheckReadFlag(const char* name)
+bool CNotifySender::CheckReadFlag(const char* name, const Written& written)
 {
     VLT_TRACE(50, "CheckReadFlag memfile = %s", name);
     if (IsList(name))
         return false;
+    // Not looked up again; should it have gone since, the next message frees its slot.
+    if (written.taken && std::strcmp(written.name, name) == 0)
+        return true;
     for (;;) {
         CVlShareMemory section;
         if (!section.Open(name, false))

@@ -51,6 +51,8 @@ private:
     struct Written {
         CVlShareMemory section;
         NotifyMessage* message = nullptr; // null: nothing to wait for
+        char name[kNotifySlotSize] = {};  // of the section
+        bool taken = false;               // the receiver was seen to have it
     };
     class List;
 
@@ -65,7 +67,7 @@ private:
     void GiveChance();
     bool AnyUnread();
     void CheckAllReadFlag();
-    bool CheckReadFlag(const char* name);
+    bool CheckReadFlag(const char* name, const Written& written);
     bool IsList(const char* name) const;
 
     VlCriticalSection m_lock; // for the queue

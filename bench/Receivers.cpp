@@ -86,7 +86,8 @@ vlt::KernelHandle ShareEvent(const std::string& channel, const char* suffix, BOO
 }
 
 // When its message is taken and others' are not, the notify event stays set: the next one is then
-// announced by "sent", or seen by a look after a millisecond when that was missed.
+// announced by "sent". The time-out is for a sender without that event, and longer than the tick: on a
+// virtual machine each shorter timer is an exit to the host, several microseconds.
 void ReceiveNotify(Board& board, Taker& taker, const std::string& channel, std::size_t index)
 {
     CVlShareMemory section;
@@ -110,7 +111,7 @@ void ReceiveNotify(Board& board, Taker& taker, const std::string& channel, std::
             continue;
         }
         if (WaitForSingleObject(notify.Get(), 0) == WAIT_OBJECT_0)
-            WaitForSingleObject(sent.Get(), 1);
+            WaitForSingleObject(sent.Get(), 20);
         else
             WaitForSingleObject(notify.Get(), INFINITE);
     }

@@ -111,9 +111,10 @@ constexpr FoldRange FoldRanges[] = {
 
 std::u16string Utf16FromUtf8(std::string_view text)
 {
-    std::u16string out;
+    const auto plain = std::find_if(text.begin(), text.end(), [](char c) { return Byte(c) >= 0x80; });
+    std::u16string out(text.begin(), plain);
     out.reserve(text.size());
-    for (std::size_t at = 0; at < text.size();) {
+    for (std::size_t at = out.size(); at < text.size();) {
         const unsigned byte = Byte(text[at]);
         if (byte < 0x80) {
             out.push_back(Unit(byte));

@@ -12,12 +12,11 @@ BlockPool& BlockPool::Instance()
     return pool;
 }
 
-std::unique_ptr<NamedBlock> BlockPool::Find(const std::string& fileName, ObjectKind kind)
+std::unique_ptr<NamedBlock> BlockPool::Find(std::u16string_view name, ObjectKind kind)
 {
     const std::lock_guard lock(m_lock);
-    const auto found = std::find_if(m_blocks.begin(), m_blocks.end(), [&](const auto& block) {
-        return block->m_kind == kind && block->m_fileName == fileName;
-    });
+    const auto found = std::find_if(m_blocks.begin(), m_blocks.end(),
+                                    [&](const auto& block) { return block->m_kind == kind && block->m_name == name; });
     if (found == m_blocks.end())
         return nullptr;
     std::unique_ptr<NamedBlock> block = std::move(*found);
@@ -25,13 +24,13 @@ std::unique_ptr<NamedBlock> BlockPool::Find(const std::string& fileName, ObjectK
     return block;
 }
 
-std::unique_ptr<NamedBlock> BlockPool::Take(const std::string& fileName, ObjectKind kind)
+std::unique_ptr<NamedBlock> BlockPool::Take(std::u16string_view name, ObjectKind kind)
 {
     // There are several when threads had the object open at once; a dead one's may lie among them.
-    while (std::unique_ptr<NamedBlock> block = Find(fileName, kind)) {
+    while (std::unique_ptr<NamedBlock> block = Find(name, kind)) {
         if (!block->m_file.Retake())
             continue;
-        block->m_name = NamedBlock::Name::Held;
+        block->m_hold = NamedBlock::Hold::Held;
         return block;
     }
     return nullptr;

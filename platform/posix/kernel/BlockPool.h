@@ -8,7 +8,7 @@
 
 #include <memory>
 #include <mutex>
-#include <string>
+#include <string_view>
 #include <vector>
 
 namespace vlt::posix
@@ -19,8 +19,9 @@ class BlockPool
 public:
     static BlockPool& Instance();
 
-    // A block of that object, which holds it again; null when there is none or the object has gone.
-    std::unique_ptr<NamedBlock> Take(const std::string& fileName, ObjectKind kind);
+    // A block that was made for that name, which holds the object again; null when there is none or the object has
+    // gone.
+    std::unique_ptr<NamedBlock> Take(std::u16string_view name, ObjectKind kind);
     // A block that has given its name up.
     void Put(std::unique_ptr<NamedBlock> block) noexcept;
 
@@ -28,7 +29,7 @@ private:
     static constexpr std::size_t Limit = 64;
     static constexpr std::uint64_t DataLimit = 64 * 1024; // of one section: larger ones are not kept
 
-    std::unique_ptr<NamedBlock> Find(const std::string& fileName, ObjectKind kind);
+    std::unique_ptr<NamedBlock> Find(std::u16string_view name, ObjectKind kind);
 
     std::mutex m_lock;
     std::vector<std::unique_ptr<NamedBlock>> m_blocks;

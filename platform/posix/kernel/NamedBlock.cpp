@@ -11,8 +11,8 @@
 namespace vlt::posix
 {
 
-NamedBlock::NamedBlock(std::string fileName, ObjectKind kind, ObjectFile file) noexcept
-    : m_fileName(std::move(fileName)), m_kind(kind), m_file(std::move(file))
+NamedBlock::NamedBlock(std::u16string_view name, ObjectKind kind, ObjectFile file)
+    : m_name(name), m_kind(kind), m_file(std::move(file))
 {
 }
 
@@ -44,21 +44,21 @@ std::shared_ptr<NamedBlock> NamedBlock::Share(NamedBlock* block)
 
 std::shared_ptr<NamedBlock> NamedBlock::Create(const Request& request, Initialise initialise, const void* context)
 {
+    if (auto known = BlockPool::Instance().Take(request.name, request.kind)) {
+        SetLastError(ERROR_ALREADY_EXISTS);
+        return Share(known.release());
+    }
     std::string fileName;
     Request whole = request;
     if (!ObjectFileName(whole.name, fileName))
         return nullptr;
-    if (auto known = BlockPool::Instance().Take(fileName, request.kind)) {
-        SetLastError(ERROR_ALREADY_EXISTS);
-        return Share(known.release());
-    }
     ObjectFile file(MachineFolder("objects") + '/' + fileName);
     bool made = false;
     if (const DWORD error = file.Create(whole, initialise, context, made); error != 0) {
         SetLastError(error);
         return nullptr;
     }
-    auto block = std::unique_ptr<NamedBlock>(new NamedBlock(std::move(fileName), request.kind, std::move(file)));
+    auto block = std::unique_ptr<NamedBlock>(new NamedBlock(request.name, request.kind, std::move(file)));
     if (!block->MapState())
         return nullptr;
     SetLastError(made ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
@@ -67,17 +67,18 @@ std::shared_ptr<NamedBlock> NamedBlock::Create(const Request& request, Initialis
 
 std::shared_ptr<NamedBlock> NamedBlock::Open(std::u16string_view name, ObjectKind kind)
 {
-    std::string fileName;
-    if (!ObjectFileName(name, fileName))
-        return nullptr;
-    auto block = BlockPool::Instance().Take(fileName, kind);
+    auto block = BlockPool::Instance().Take(name, kind);
     if (!block) {
+        const std::u16string_view given = name;
+        std::string fileName;
+        if (!ObjectFileName(name, fileName))
+            return nullptr;
         ObjectFile file(MachineFolder("objects") + '/' + fileName);
         if (const DWORD error = file.Open(name, kind); error != 0) {
             SetLastError(error);
             return nullptr;
         }
-        block.reset(new NamedBlock(std::move(fileName), kind, std::move(file)));
+        block.reset(new NamedBlock(given, kind, std::move(file)));
         if (!block->MapState())
             return nullptr;
     }
@@ -87,17 +88,17 @@ std::shared_ptr<NamedBlock> NamedBlock::Open(std::u16string_view name, ObjectKin
 
 void NamedBlock::ReleaseName() noexcept
 {
-    if (m_name != Name::Held)
+    if (m_hold != Hold::Held)
         return;
     const ErrnoKeeper keeper;
-    m_name = m_file.Release() ? Name::Gone : Name::GivenUp;
+    m_hold = m_file.Release() ? Hold::Gone : Hold::GivenUp;
 }
 
 void NamedBlock::Retire(NamedBlock* block) noexcept
 {
     std::unique_ptr<NamedBlock> owned(block);
     owned->ReleaseName();
-    if (owned->m_name == Name::GivenUp && !owned->m_page.IsPatched())
+    if (owned->m_hold == Hold::GivenUp && !owned->m_page.IsPatched())
         BlockPool::Instance().Put(std::move(owned));
 }
 

@@ -53,18 +53,18 @@ public:
 private:
     friend class BlockPool;
 
-    NamedBlock(std::string fileName, ObjectKind kind, ObjectFile file) noexcept;
+    NamedBlock(std::u16string_view name, ObjectKind kind, ObjectFile file);
     bool MapState() noexcept;
     static std::shared_ptr<NamedBlock> Share(NamedBlock* block);
     // Instead of its destruction: keeps the block in the pool when its object is still there.
     static void Retire(NamedBlock* block) noexcept;
 
-    enum class Name { Held, GivenUp, Gone };
+    enum class Hold { Held, GivenUp, Gone };
 
-    const std::string m_fileName;
+    const std::u16string m_name; // as it was given
     const ObjectKind m_kind;
     ObjectFile m_file;
-    Name m_name = Name::Held;
+    Hold m_hold = Hold::Held;
     GuardedMapping m_page;
     std::mutex m_lock; // of the idle views
     std::array<std::unique_ptr<GuardedMapping>, 2> m_idle;
