@@ -16,7 +16,8 @@ namespace
 {
 
 constexpr DWORD SectionSize = 4096; // the sender does not look whether a message fits
-constexpr DWORD FirstPause = 1, LongestPause = 64;
+// Only for a sender that does not pulse "sent" again when one was missed.
+constexpr DWORD FirstPause = 16, LongestPause = 64;
 // Sooner after a registration, when another receiver may have written into the slot at the same instant.
 constexpr DWORD FirstLook = 10, LongestLook = 5000;
 
