@@ -21,6 +21,13 @@ using AsHandle = void*;
 // Codes
 
 // Actions, in the configuration record (what to do) and in the detection record (what was done).
+//
+// AS_ACTION_QUARANTINE on access: the library encodes the file (as ASEncodeFileW) into a new file of its own naming in
+// "Quarantine\" below the application folder, never "*.tmp", removes the original when the encoded file is whole and
+// on disk, and refuses the access. encodedPath names the encoded file, which from then on is the only copy; the caller
+// moves it into the quarantine store. When anything fails the encoded file goes, the original stays, the result is
+// AS_RESULT_FAILED, the second action is tried, and the access is refused all the same. An access to a file that
+// another one is just having put away is reported with AS_ACTION_DENY and no encodedPath.
 enum AsAction : std::uint32_t {
     AS_ACTION_NONE = 0,       // nothing was done or is to be done
     AS_ACTION_PASS = 1,       // let the access go on, report only
@@ -339,9 +346,10 @@ using ASGetLastError_t = std::int32_t(WINAPI*)(AsHandle handle);
 using ASSetConfigW_t = std::int32_t(WINAPI*)(AsHandle handle, const void* config);
 using ASStartScan_t = std::int32_t(WINAPI*)(AsHandle handle);                    // 1 when monitoring
 using ASStopScan_t = std::int32_t(WINAPI*)(AsHandle handle, std::uint32_t zero); // 1 when stopped
-// 0 nothing found, positive when something was, negative when the scan failed.
+// 0 nothing found, positive when something was, negative when the scan failed. The file is not changed.
 using ASScanFileW_t = std::int32_t(WINAPI*)(AsHandle handle, const WCHAR* path);
-// 1 when the action succeeded.
+// 1 when the action succeeded. AS_ACTION_CLEAN only, and only on a handle without on-access; a file in which nothing is
+// found, or something that cannot be cleaned, is a failure.
 using ASManualActionW_t = std::int32_t(WINAPI*)(AsHandle handle, const WCHAR* path, std::uint32_t action);
 using ASGetEngineInfo_t = std::int32_t(WINAPI*)(AsHandle handle, AsEngineInfo* info);
 using ASGetEngineInformation_t = std::int32_t(WINAPI*)(AsHandle handle, AsEngineInformation* information);

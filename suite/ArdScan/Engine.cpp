@@ -1,10 +1,8 @@
 #include "suite/ArdScan/Engine.h"
 
 #include "platform/Text.h"
-#include "suite/ArdScan/HostFile.h"
 #include "suite/ArdScan/PatternFolder.h"
 
-#include <algorithm>
 #include <fstream>
 #include <iterator>
 
@@ -30,6 +28,10 @@ EngineSettings ReadIni(const HostPath& file)
 CEngine::CEngine(const HostPath& appFolder, const HostPath& patternFolder, bool onAccess)
     : m_appFolder(appFolder), m_patternFolder(patternFolder), m_onAccess(onAccess)
 {
+    // As open files name it: over links, and with the letters that the folder has.
+    std::error_code error;
+    const HostPath folder = std::filesystem::weakly_canonical(m_appFolder / "Quarantine", error);
+    m_context.SetQuarantineFolder(ToHost(ToWindows(error ? m_appFolder / "Quarantine" : folder)));
 }
 
 CEngine::~CEngine()
@@ -79,6 +81,8 @@ AsError CEngine::Configure(const AsQuarantineConfigRecord& record)
     m_resultContext = record.context;
     m_context.Update([&](Snapshot& next) {
         next.policy = Policy();
+        const WString backup(FieldText(record.backupFolder));
+        next.policy.backup = {!backup.empty(), true, backup};
         next.policy.extensions = CExtensionList(TEXT("*"));
         next.policy.filter = {AS_SPYWARE_ADWARE | AS_SPYWARE_DIALER | AS_SPYWARE_TRACKER, true};
         if (record.extractSizeLimit >= 0)
@@ -173,43 +177,6 @@ void CEngine::SetPackTrap(bool on)
     m_context.Update([&](Snapshot& next) { next.policy.filter.packers = on; });
     if (m_guard && !InCallback())
         m_guard->ForgetVerdicts();
-}
-
-std::int32_t CEngine::ScanFile(WStringView path)
-{
-    AsScanResultCallback callback;
-    void* context;
-    {
-        const std::lock_guard lock(m_lock);
-        callback = m_resultCallback;
-        context = m_resultContext;
-    }
-    CJudge judge(m_context);
-    judge.Refresh();
-    CHostFile file;
-    if (file.Open(ToHost(path)) != OpenResult::Opened) {
-        Result(AS_E_FILE);
-        return -AS_E_FILE;
-    }
-    Threat threat{};
-    const Verdict verdict = judge.Scan(
-        file.Size(), [&](std::span<std::uint8_t> buffer) { return file.Read(buffer); }, threat);
-    if (verdict == Verdict::Failed) {
-        Result(AS_E_FILE);
-        return -AS_E_FILE;
-    }
-    Result(AS_OK);
-    if (verdict != Verdict::Infected)
-        return 0;
-    if (callback) {
-        AsScanResultRecord record{};
-        const std::string& name = threat.signature->name;
-        std::copy_n(name.begin(), std::min(name.size(), std::size(record.threatName) - 1), record.threatName);
-        record.status = 2;
-        CopyToField(record.path, path);
-        callback(context, &record);
-    }
-    return 1;
 }
 
 } // namespace vlt::scan

@@ -48,6 +48,8 @@ public:
     void SetPackTrap(bool on);
     // As ASScanFileW returns it.
     std::int32_t ScanFile(WStringView path);
+    // Cleans a file; on a handle without on-access only.
+    AsError ManualAction(const HostPath& path, std::uint32_t action);
     AsError Encode(const HostPath& source, const HostPath& destination);
     AsError Restore(const HostPath& file, const HostPath& destination);
     AsError BackupInfo(const HostPath& file, AsBackupInfoW& info);

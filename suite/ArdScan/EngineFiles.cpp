@@ -2,7 +2,11 @@
 #include "suite/ArdScan/Engine.h"
 
 #include "platform/Text.h"
+#include "suite/ArdScan/Cleaner.h"
 #include "suite/ArdScan/Encoder.h"
+
+#include <algorithm>
+#include <thread>
 
 namespace vlt::scan
 {
@@ -17,6 +21,61 @@ void PathToField(WCHAR (&field)[N], WStringView path)
 }
 
 } // namespace
+
+// Callbacks of scans on demand come on a thread of the library's own, but while the caller is in the call.
+std::int32_t CEngine::ScanFile(WStringView path)
+{
+    AsScanResultCallback callback;
+    void* context;
+    {
+        const std::lock_guard lock(m_lock);
+        callback = m_resultCallback;
+        context = m_resultContext;
+    }
+    CJudge judge(m_context);
+    const Snapshot& now = judge.Refresh();
+    CHostFile file;
+    Threat threat{};
+    Verdict verdict = Verdict::Failed;
+    if (file.Open(ToHost(path)) == OpenResult::Opened)
+        verdict = judge.Scan(
+            file.Size(), [&](std::span<std::uint8_t> buffer) { return file.Read(buffer); }, threat);
+    if (verdict == Verdict::Failed) {
+        Result(AS_E_FILE);
+        return -AS_E_FILE;
+    }
+    Result(AS_OK);
+    if (verdict != Verdict::Infected)
+        return 0;
+    if (callback) {
+        AsScanResultRecord record{};
+        const std::string& name = threat.signature->name;
+        std::copy_n(name.begin(), std::min(name.size(), std::size(record.threatName) - 1), record.threatName);
+        CScanner scanner;
+        record.status = IsCleanable(file, *now.patterns, now.policy.filter, scanner) ? 1 : 2;
+        CopyToField(record.path, path);
+        std::thread([&] { callback(context, &record); }).join();
+    }
+    return 1;
+}
+
+AsError CEngine::ManualAction(const HostPath& path, std::uint32_t action)
+{
+    {
+        const std::lock_guard lock(m_lock);
+        if (m_onAccess || !m_configured)
+            return AS_E_STATE;
+    }
+    if (action != AS_ACTION_CLEAN)
+        return AS_E_NOT_SUPPORTED;
+    CHostFile file;
+    if (file.Open(path) != OpenResult::Opened)
+        return AS_E_FILE;
+    const CFilesInWork::Claim claim(m_context.filesInWork, file.Id());
+    const auto now = m_context.Current();
+    CScanner scanner;
+    return claim ? CleanFile(file, path, *now->patterns, now->policy.filter, scanner, now->policy.backup) : AS_E_STATE;
+}
 
 AsError CEngine::Encode(const HostPath& source, const HostPath& destination)
 {

@@ -361,14 +361,18 @@ AS_EXPORT std::int32_t WINAPI ASAddRemoveExceptionProcess(AsHandle handle, std::
     return Try(handle, [&](CEngine& engine) { return engine.SetProcess(processId, add != 0); });
 }
 
-AS_EXPORT std::int32_t WINAPI ASManualActionW(AsHandle handle, const WCHAR*, std::uint32_t)
+AS_EXPORT std::int32_t WINAPI ASManualActionW(AsHandle handle, const WCHAR* path, std::uint32_t action)
 {
-    return NotSupported(handle);
+    return Try(handle,
+               [&](CEngine& engine) { return path ? engine.ManualAction(ToHost(path), action) : AS_E_ARGUMENT; });
 }
-AS_EXPORT std::int32_t WINAPI ASManualAction(AsHandle handle, const char*, std::uint32_t)
+
+AS_EXPORT std::int32_t WINAPI ASManualAction(AsHandle handle, const char* path, std::uint32_t action)
 {
-    return NotSupported(handle);
+    return Try(handle,
+               [&](CEngine& engine) { return path ? engine.ManualAction(FromNarrow(path), action) : AS_E_ARGUMENT; });
 }
+
 AS_EXPORT std::int32_t WINAPI ASEncodeFileW(AsHandle handle, const WCHAR* source, const WCHAR* destination)
 {
     return Try(handle, [&](CEngine& engine) {

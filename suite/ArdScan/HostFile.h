@@ -68,9 +68,8 @@ public:
     bool IsHeld(const HostPath& path) const;
     // Takes the name away when it leads to this file. True also when the file has no name any more.
     bool Remove(const HostPath& path) const;
-    // Gives the file a second name on the same volume; never over an existing one.
-    enum class LinkResult { Done, Exists, Failed };
-    LinkResult Link(const HostPath& path) const;
+    // Gives the file a second name, never over an existing one. Not every file system can.
+    bool Link(const HostPath& path) const;
 
 private:
 #ifdef _WIN32

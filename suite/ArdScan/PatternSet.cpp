@@ -76,6 +76,34 @@ CScanner::CScanner() : m_buffer(BlockSize) {}
 ScanResult CScanner::Scan(const CPatternSet& set, const ScanFilter& filter, std::uint64_t size,
                           const ReadFunction& read)
 {
+    ScanResult result;
+    result.outcome = Walk(set, size, read, [&](const Threat& threat, std::uint64_t, std::uint64_t) {
+        if (!Reported(threat, filter))
+            return false;
+        result.threat = threat;
+        return true;
+    });
+    return result;
+}
+
+ScanOutcome CScanner::FindAll(const CPatternSet& set, const ScanFilter& filter, std::uint64_t size,
+                              const ReadFunction& read, const FoundFunction& found)
+{
+    bool any = false;
+    const ScanOutcome outcome =
+        Walk(set, size, read, [&](const Threat& threat, std::uint64_t offset, std::uint64_t length) {
+            if (!Reported(threat, filter))
+                return false;
+            any = true;
+            return found(threat, offset, length);
+        });
+    return any && outcome == ScanOutcome::Clean ? ScanOutcome::Infected : outcome;
+}
+
+// hit(threat, offset, length) returns true to end the walk, which then is Infected.
+template <typename Hit>
+ScanOutcome CScanner::Walk(const CPatternSet& set, std::uint64_t size, const ReadFunction& read, Hit&& hit)
+{
     const CMatcher& matcher = set.Matcher();
     const std::size_t margin = matcher.MaxLength();
     if (m_buffer.size() < BlockSize + 2 * margin)
@@ -84,22 +112,19 @@ ScanResult CScanner::Scan(const CPatternSet& set, const ScanFilter& filter, std:
     if (hashing)
         m_hash.Begin();
 
-    ScanResult result;
-    const auto hit = [&](std::uint32_t pattern, std::size_t) {
-        if (!Reported(set.PatternThreat(pattern), filter))
-            return false;
-        result = {ScanOutcome::Infected, set.PatternThreat(pattern)};
-        return true;
-    };
     // The buffer holds `margin` searched bytes, then bytes still to be searched; the search stays
     // `margin` bytes behind the end of what was read, so a pattern across two blocks lies in it whole.
     CMatcher::State state;
     std::size_t searched = 0, filled = 0;
     std::uint64_t total = 0;
+    const auto matched = [&](std::uint32_t pattern, std::size_t start) {
+        const Threat& threat = set.PatternThreat(pattern);
+        return hit(threat, total - filled + start, static_cast<const BytePattern*>(threat.signature)->value.size());
+    };
     for (;;) {
         const std::ptrdiff_t count = read(std::span(m_buffer).subspan(filled, m_buffer.size() - filled));
         if (count < 0)
-            return result;
+            return ScanOutcome::Failed;
         const auto bytes = static_cast<std::size_t>(count);
         if (hashing)
             m_hash.Add(std::span(m_buffer).subspan(filled, bytes));
@@ -109,8 +134,8 @@ ScanResult CScanner::Scan(const CPatternSet& set, const ScanFilter& filter, std:
         const bool atEnd = bytes == 0;
         const std::size_t to = atEnd ? filled : std::max(searched, filled - std::min(filled, margin));
         const std::span<const std::uint8_t> window(m_buffer.data(), filled);
-        if (!matcher.Empty() && matcher.Search(window, searched, to, state, hit))
-            return result;
+        if (!matcher.Empty() && matcher.Search(window, searched, to, state, matched))
+            return ScanOutcome::Infected;
         searched = to;
         if (atEnd)
             break;
@@ -124,13 +149,12 @@ ScanResult CScanner::Scan(const CPatternSet& set, const ScanFilter& filter, std:
     if (hashing) {
         const auto hash = m_hash.Finish();
         if (!hash)
-            return result;
+            return ScanOutcome::Failed;
         const Threat* threat = set.FindHash(*hash, total);
-        if (threat && Reported(*threat, filter))
-            return {ScanOutcome::Infected, *threat};
+        if (threat && hit(*threat, 0, total))
+            return ScanOutcome::Infected;
     }
-    result.outcome = ScanOutcome::Clean;
-    return result;
+    return ScanOutcome::Clean;
 }
 
 } // namespace vlt::scan

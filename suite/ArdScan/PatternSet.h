@@ -89,7 +89,15 @@ public:
     // lets through. A virus found by its bytes is reported before one found by its hash.
     ScanResult Scan(const CPatternSet& set, const ScanFilter& filter, std::uint64_t size, const ReadFunction& read);
 
+    // As Scan, but calls found for every threat, with where it lies, until that returns true.
+    using FoundFunction = std::function<bool(const Threat&, std::uint64_t offset, std::uint64_t length)>;
+    ScanOutcome FindAll(const CPatternSet& set, const ScanFilter& filter, std::uint64_t size, const ReadFunction& read,
+                        const FoundFunction& found);
+
 private:
+    template <typename Hit>
+    ScanOutcome Walk(const CPatternSet& set, std::uint64_t size, const ReadFunction& read, Hit&& hit);
+
     static constexpr std::size_t BlockSize = 128u << 10;
 
     std::vector<std::uint8_t> m_buffer;

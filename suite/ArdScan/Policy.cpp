@@ -89,6 +89,12 @@ Policy Policy::FromRecord(const AsConfigRecord& record)
     Policy policy;
     policy.firstAction = record.firstAction;
     policy.secondAction = record.secondAction;
+    policy.moveFolder[0] = FieldText(record.moveFolder);
+    policy.moveFolder[1] = FieldText(record.moveFolder2nd);
+    policy.renameExtension[0] = FieldText(record.renameExtension);
+    policy.renameExtension[1] = FieldText(record.renameExtension2nd);
+    policy.backup = {record.cleanBackup != 0, record.encodedBackup == AS_ENCODED_BACKUP,
+                     WString(FieldText(record.backupFolder))};
     policy.directionMask = record.directionMask;
     if (record.extractSizeLimit != 0xFFFFFFFFu)
         policy.sizeLimit = record.extractSizeLimit;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "engine/ArdScanAbi.h"
+#include "suite/ArdScan/Cleaner.h"
 #include "suite/ArdScan/PatternSet.h"
 
 #include <cstdint>
@@ -59,6 +60,9 @@ struct Callbacks {
 struct Policy {
     std::uint32_t firstAction = AS_ACTION_DENY;
     std::uint32_t secondAction = AS_ACTION_NONE;
+    WString moveFolder[2]; // of the first and the second action
+    WString renameExtension[2];
+    BackupSettings backup; // before cleaning
     std::uint32_t directionMask = 0;
     std::uint64_t sizeLimit = UINT64_MAX; // bytes
     bool network = true;

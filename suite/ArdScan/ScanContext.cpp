@@ -17,30 +17,22 @@ struct CallbackScope {
     ~CallbackScope() { t_inCallback = false; }
 };
 
-// Actions on a file come with the quarantine; until then they fail here, and the second one is replaced
-// by the refusal where there is something to refuse.
-void FillActions(AsDetectionRecord& record, const Policy& policy, bool deniable, bool denied)
-{
-    const auto outcome = [&](std::uint32_t action) {
-        if (action == AS_ACTION_NONE)
-            return AS_RESULT_NONE;
-        if (action == AS_ACTION_PASS)
-            return AS_RESULT_DONE;
-        return action == AS_ACTION_DENY && denied ? AS_RESULT_DONE : AS_RESULT_FAILED;
-    };
-    record.firstAction = policy.firstAction;
-    record.firstResult = outcome(policy.firstAction);
-    if (record.firstResult != AS_RESULT_FAILED)
-        return;
-    record.secondAction = deniable ? AS_ACTION_DENY : policy.secondAction;
-    record.secondResult = outcome(record.secondAction);
-}
-
 } // namespace
 
 bool InCallback()
 {
     return t_inCallback;
+}
+
+void CScanContext::SetQuarantineFolder(const HostPath& folder)
+{
+    m_quarantineFolder = folder;
+    m_quarantinePrefix = FoldPath(ToWindows(folder)) + WCHAR('\\');
+}
+
+bool CScanContext::IsInQuarantine(WStringView windowsPath) const
+{
+    return m_quarantinePrefix.size() > 1 && FoldPath(windowsPath).starts_with(m_quarantinePrefix);
 }
 
 std::shared_ptr<const Snapshot> CScanContext::Current() const
@@ -128,31 +120,72 @@ Verdict CJudge::ScanPath(const HostPath& path, std::uint32_t direction, bool las
     }
     if (!WantsSize(file.Size()))
         return Verdict::Skipped;
+    const bool changes =
+        m_snapshot->policy.firstAction > AS_ACTION_PASS && m_snapshot->policy.firstAction < AS_ACTION_DENY;
+    if (!lastTry && changes && file.IsHeld(path))
+        return Verdict::Busy; // nothing could be done about it yet
     Threat threat{};
     const Verdict verdict = Scan(
         file.Size(), [&](std::span<std::uint8_t> buffer) { return file.Read(buffer); }, threat);
-    if (verdict == Verdict::Infected)
-        Report(threat, name, 0, direction, false, false);
+    if (verdict == Verdict::Infected && !m_context.IsInQuarantine(name))
+        Report(threat, file, path, name, {0, direction, false, false});
     m_context.status.Scanned(name);
     return verdict;
 }
 
-void CJudge::Report(const Threat& threat, WStringView windowsPath, std::uint32_t processId, std::uint32_t direction,
-                    bool deniable, bool denied)
+// Notes what was done. False when there is nothing to tell.
+bool CJudge::Act(AsDetectionRecord& record, const InfectedFile& infected, const Access& access)
+{
+    const Policy& policy = infected.policy;
+    record.firstAction = policy.firstAction;
+    if (policy.firstAction <= AS_ACTION_PASS) {
+        record.firstResult = policy.firstAction == AS_ACTION_PASS ? AS_RESULT_DONE : AS_RESULT_NONE;
+        return true;
+    }
+    const CFilesInWork::Claim claim(m_context.filesInWork, infected.file.Id());
+    if (!claim || infected.file.IsDeleted()) {
+        record.firstAction = AS_ACTION_DENY;
+        record.firstResult = access.denied ? AS_RESULT_DONE : AS_RESULT_FAILED;
+        return access.deniable;
+    }
+    WString encoded;
+    const auto carryOut = [&](std::uint32_t action, bool second) {
+        const bool done = action == AS_ACTION_DENY
+                              ? access.denied
+                              : ChangeFile(infected, action, second, m_context.QuarantineFolder(), encoded);
+        return done ? AS_RESULT_DONE : AS_RESULT_FAILED;
+    };
+    record.firstResult = carryOut(policy.firstAction, false);
+    if (record.firstResult == AS_RESULT_FAILED) {
+        record.secondAction = policy.secondAction;
+        if (policy.secondAction <= AS_ACTION_PASS && access.deniable)
+            record.secondAction = AS_ACTION_DENY; // it is refused all the same
+        if (record.secondAction > AS_ACTION_PASS)
+            record.secondResult = carryOut(record.secondAction, true);
+        else if (record.secondAction == AS_ACTION_PASS)
+            record.secondResult = AS_RESULT_DONE;
+    }
+    CopyToField(record.encodedPath, WStringView(encoded));
+    return true;
+}
+
+void CJudge::Report(const Threat& threat, CHostFile& file, const HostPath& path, WStringView windowsPath,
+                    const Access& access)
 {
     const Policy& policy = m_snapshot->policy;
     AsDetectionRecord record{};
     const std::string& name = threat.signature->name;
     std::copy_n(name.begin(), std::min(name.size(), std::size(record.threatName) - 1), record.threatName);
-    FillActions(record, policy, deniable, denied);
-    record.processId = processId;
-    record.direction = direction;
+    record.processId = access.processId;
+    record.direction = access.direction;
     CopyToField(record.infectedPath, windowsPath);
     record.threatKind = threat.kind == PatternKind::Spyware ? threat.signature->spywareKind : 0;
-    record.denied = denied ? 1 : 0;
+    record.denied = access.denied ? 1 : 0;
+    if (!Act(record, {file, path, windowsPath, *m_snapshot->patterns, policy, m_scanner}, access))
+        return;
 
     m_context.status.Count(Counter::Detections);
-    if (denied)
+    if (access.denied)
         m_context.status.Count(Counter::Denied);
     const bool spyware = record.threatKind != 0;
     const AsDetectionCallback callback = spyware ? policy.callbacks.spyware : policy.callbacks.virus;

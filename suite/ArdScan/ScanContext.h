@@ -2,6 +2,7 @@
 // counters, and the way to report a detection.
 #pragma once
 
+#include "suite/ArdScan/Actions.h"
 #include "suite/ArdScan/HostPath.h"
 #include "suite/ArdScan/Policy.h"
 #include "suite/ArdScan/ProcessList.h"
@@ -28,6 +29,12 @@ class CScanContext
 {
 public:
     CStatus status;
+    CFilesInWork filesInWork;
+
+    // To be set before the first scan. What lies in it is put away already and not looked at again.
+    void SetQuarantineFolder(const HostPath& folder);
+    const HostPath& QuarantineFolder() const { return m_quarantineFolder; }
+    bool IsInQuarantine(WStringView windowsPath) const;
 
     std::shared_ptr<const Snapshot> Current() const;
 
@@ -45,6 +52,8 @@ public:
     std::uint64_t Version() const { return m_version.load(std::memory_order_acquire); }
 
 private:
+    HostPath m_quarantineFolder;
+    WString m_quarantinePrefix; // folded, with a backslash at the end
     mutable std::mutex m_lock;
     std::shared_ptr<const Snapshot> m_current = std::make_shared<const Snapshot>();
     std::atomic<std::uint64_t> m_version{1};
@@ -71,14 +80,23 @@ public:
     // may be tried again, unless this is the last try: then it counts as an error.
     Verdict ScanPath(const HostPath& path, std::uint32_t direction, bool lastTry);
 
-    // Calls the detection callback. `deniable`: the access waits for an answer and is refused unless
-    // the first action is to let it pass; `denied`: it was or will be.
-    void Report(const Threat& threat, WStringView windowsPath, std::uint32_t processId, std::uint32_t direction,
-                bool deniable, bool denied);
+    // Carries out the actions and calls the detection callback. `deniable`: the access waits for an answer and is
+    // refused unless the first action is to let it pass; `denied`: it was or will be. What another thread is at work
+    // on, or has just taken away, is only refused.
+    struct Access {
+        std::uint32_t processId;
+        std::uint32_t direction;
+        bool deniable;
+        bool denied;
+    };
+    void Report(const Threat& threat, CHostFile& file, const HostPath& path, WStringView windowsPath,
+                const Access& access);
 
     CScanContext& Context() { return m_context; }
 
 private:
+    bool Act(AsDetectionRecord& record, const InfectedFile& infected, const Access& access);
+
     CScanContext& m_context;
     std::shared_ptr<const Snapshot> m_snapshot;
     std::uint64_t m_version = 0;

@@ -61,3 +61,22 @@ TEST(AfterWrite, FindsWhatIsWrittenOrMovedIntoOldAndNewFolders)
     EXPECT_TRUE(library.Stop());
     EXPECT_NE(library.StatusText().find("(missing)"), std::string::npos) << library.StatusText();
 }
+
+TEST(AfterWrite, PutsAwayWhatIsWritten)
+{
+    const TempFolder guarded;
+    ScanLibrary library("[Guard]\nFolder0=" + guarded.HostPath().string() + "\n");
+    AsConfigRecord config = library.Config(AS_DIRECTION_WRITE);
+    config.firstAction = AS_ACTION_QUARANTINE;
+    ASSERT_TRUE(library.Configure(config));
+    ASSERT_TRUE(library.Start());
+    WriteElsewhere(guarded.HostPath("bad"));
+    ASSERT_TRUE(Eventually(Limit, [&] { return !library.Detections().empty(); })) << library.StatusText();
+    const AsDetectionRecord record = library.Detections()[0];
+    EXPECT_EQ(record.firstResult, std::uint32_t{AS_RESULT_DONE});
+    EXPECT_EQ(record.denied, 0u);
+    EXPECT_FALSE(fs::exists(guarded.HostPath("bad")));
+    const auto restore = library.Entry<ASRestoreFileW_t>("ASRestoreFileW");
+    EXPECT_EQ(restore(library.Handle(), record.encodedPath, library.Folder().PathW("back").c_str()), 1);
+    EXPECT_EQ(ReadBytes(library.Folder().HostPath("back")), ThreatText);
+}

@@ -181,6 +181,58 @@ TEST_F(OnAccess, RefusesAnInfectedFileAndFillsTheRecord)
     EXPECT_EQ(OpenElsewhere(File("bad.txt")), 0);
 }
 
+TEST_F(OnAccess, PutsAFileAwayOnceHoweverManyOpenIt)
+{
+    ScanLibrary library(Ini());
+    AsConfigRecord config = library.Config(AS_DIRECTION_OPEN);
+    config.secondAction = AS_ACTION_QUARANTINE;
+    ASSERT_TRUE(library.Configure(config));
+    ASSERT_TRUE(library.Start());
+    const std::string content = std::string(3000000, 'x') + ThreatText;
+    WriteBytes(File("bad"), content);
+    std::vector<pid_t> openers;
+    for (int i = 0; i < 16; ++i)
+        openers.push_back(Fork([&] { return TryOpen(File("bad")); }));
+    for (const pid_t opener : openers) {
+        const int error = ExitOf(opener);
+        EXPECT_TRUE(error == EPERM || error == ENOENT) << error;
+    }
+    EXPECT_FALSE(fs::exists(File("bad")));
+    ASSERT_TRUE(Eventually(Limit, [&] { return library.Status("denied") == library.Detections().size(); }));
+    std::vector<AsDetectionRecord> moved;
+    for (const AsDetectionRecord& record : library.Detections()) {
+        EXPECT_EQ(record.denied, 1u);
+        if (record.firstAction == AS_ACTION_DENY) // another opener's access had the file put away
+            EXPECT_EQ(record.encodedPath[0], 0);
+        else
+            moved.push_back(record);
+    }
+    ASSERT_EQ(moved.size(), 1u);
+    EXPECT_EQ(moved[0].firstResult, std::uint32_t{AS_RESULT_FAILED});
+    EXPECT_EQ(moved[0].secondAction, std::uint32_t{AS_ACTION_QUARANTINE});
+    EXPECT_EQ(moved[0].secondResult, std::uint32_t{AS_RESULT_DONE});
+    const std::string encoded = NarrowText(moved[0].encodedPath);
+    EXPECT_TRUE(encoded.starts_with(NarrowText(library.Folder().PathW("Quarantine").c_str()) + "\\")) << encoded;
+    EXPECT_TRUE(encoded.ends_with(".enc")) << encoded;
+    AsBackupInfoW info{};
+    EXPECT_EQ(
+        library.Entry<ASGetBackupFileInfoW_t>("ASGetBackupFileInfoW")(library.Handle(), moved[0].encodedPath, &info),
+        1);
+    EXPECT_EQ(WString(info.sourcePath), WString(moved[0].infectedPath));
+    // Not into the guarded folder, from which it would be taken again.
+    const auto restore = library.Entry<ASRestoreFileW_t>("ASRestoreFileW");
+    EXPECT_EQ(restore(library.Handle(), moved[0].encodedPath, library.Folder().PathW("back").c_str()), 1);
+    EXPECT_TRUE(ReadBytes(library.Folder().HostPath("back")) == content);
+
+    // Where nothing can be put away the access is refused all the same.
+    fs::remove_all(library.Folder().HostPath("Quarantine"));
+    WriteBytes(library.Folder().HostPath("Quarantine"), "in the way");
+    WriteBytes(File("bad"), content);
+    EXPECT_EQ(OpenElsewhere(File("bad")), EPERM);
+    EXPECT_EQ(library.Detections().back().secondResult, std::uint32_t{AS_RESULT_FAILED});
+    EXPECT_TRUE(fs::exists(File("bad")));
+}
+
 TEST_F(OnAccess, AKeptVerdictEndsWithAWrite)
 {
     ScanLibrary library(Ini());

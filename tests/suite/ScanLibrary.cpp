@@ -68,7 +68,7 @@ AsConfigRecord ScanLibrary::Config(std::uint32_t directions)
 {
     AsConfigRecord record{};
     record.firstAction = AS_ACTION_CLEAN;
-    record.secondAction = AS_ACTION_QUARANTINE;
+    record.secondAction = AS_ACTION_NONE;
     record.extractSizeLimit = 0xFFFFFFFFu;
     record.directionMask = directions;
     record.extensionList[0] = '*';

@@ -85,6 +85,8 @@ private:
     {
         if (word == "clean")
             signature.flags |= SignatureCleanable;
+        else if (word == "clean=zero")
+            signature.flags |= SignatureCleanable | SignatureBlanked;
         else if (word == "adware")
             signature.spywareKind = AS_SPYWARE_ADWARE;
         else if (word == "dialer")

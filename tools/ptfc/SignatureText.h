@@ -2,8 +2,9 @@
 //
 //     kind virus|spyware|packer|white|black      what the file holds (virus when it is not said)
 //     version N                                  internal version; 100 belongs into "<stem>.001"
-//     hex NAME [clean] [adware|dialer|tracker] 4D 5A ?? 90 ...
-//     sha256 NAME [clean] [adware|dialer|tracker] [size=N] 64-HEX-DIGITS
+//     hex NAME [clean|clean=zero] [adware|dialer|tracker] 4D 5A ?? 90 ...
+//     sha256 NAME [clean|clean=zero] [adware|dialer|tracker] [size=N] 64-HEX-DIGITS
+//         clean: the matched bytes may be removed; clean=zero: they may be overwritten with zeros
 //     # comment; "\" at the end of a line joins the next
 #pragma once
 

@@ -79,6 +79,7 @@ private:
     bool TakeLead(Event& queued, bool& hasQueued);
     void PassLead(bool& lead);
     void Handle(Worker& worker, const Event& event);
+    void HandleInfected(Worker& worker, const Event& event, const Threat& threat);
     bool AnswersAtOnce(Worker& worker, const Event& event);
     std::ptrdiff_t Read(Worker& worker, int file, dev_t device, std::span<std::uint8_t> buffer, off_t offset);
     void Ignore(int file);

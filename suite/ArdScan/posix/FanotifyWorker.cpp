@@ -218,21 +218,7 @@ void CFanotifyGroup::Handle(Worker& worker, const Event& event)
     const Verdict verdict = judge.Scan(static_cast<std::uint64_t>(info.st_size), read, threat);
     if (verdict == Verdict::Infected) {
         lease.Release();
-        const bool pass = judge.Current().policy.firstAction <= AS_ACTION_PASS;
-        bool denied = !pass && Refuse(worker.slot);
-        if (!pass && !denied) {
-            while ((worker.slot.state.load() & 3) != Idle)
-                std::this_thread::yield();
-            denied = worker.slot.lateAnswer.load() == FAN_DENY;
-            if (!denied)
-                m_context.status.Count(Counter::LateInfected);
-        }
-        PassLead(worker.lead);
-        if (name.empty())
-            name = ToWindows(PathOfOpenFile(file.Get()));
-        judge.Report(threat, name, event.process,
-                     event.mask & FAN_OPEN_EXEC_PERM ? AS_DIRECTION_EXECUTE : AS_DIRECTION_OPEN, !pass, denied);
-        Answer(worker.slot, !denied);
+        HandleInfected(worker, event, threat);
     } else {
         const bool inTime = Answer(worker.slot, true);
         if (verdict == Verdict::Clean && stable && inTime &&
@@ -247,6 +233,31 @@ void CFanotifyGroup::Handle(Worker& worker, const Event& event)
     if (name.empty())
         name = ToWindows(PathOfOpenFile(file.Get()));
     m_context.status.Scanned(name);
+}
+
+void CFanotifyGroup::HandleInfected(Worker& worker, const Event& event, const Threat& threat)
+{
+    CJudge& judge = worker.judge;
+    const HostPath path = PathOfOpenFile(event.file);
+    const WString name = ToWindows(path);
+    CHostFile file;
+    if (m_context.IsInQuarantine(name) || !file.Borrow(event.file)) {
+        Answer(worker.slot, true);
+        return;
+    }
+    const bool pass = judge.Current().policy.firstAction <= AS_ACTION_PASS;
+    bool denied = !pass && Refuse(worker.slot);
+    if (!pass && !denied) {
+        while ((worker.slot.state.load() & 3) != Idle)
+            std::this_thread::yield();
+        denied = worker.slot.lateAnswer.load() == FAN_DENY;
+        if (!denied)
+            m_context.status.Count(Counter::LateInfected);
+    }
+    PassLead(worker.lead);
+    const std::uint32_t direction = event.mask & FAN_OPEN_EXEC_PERM ? AS_DIRECTION_EXECUTE : AS_DIRECTION_OPEN;
+    judge.Report(threat, file, path, name, {event.process, direction, !pass, denied});
+    Answer(worker.slot, !denied);
 }
 
 // The lead is passed on before bytes come from disk, as far as the file system can say that they would.

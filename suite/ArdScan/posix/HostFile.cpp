@@ -191,13 +191,11 @@ bool CHostFile::Remove(const HostPath& path) const
     return folder && LeadsTo(folder.Get(), path, own) && unlinkat(folder.Get(), path.filename().c_str(), 0) == 0;
 }
 
-CHostFile::LinkResult CHostFile::Link(const HostPath& path) const
+bool CHostFile::Link(const HostPath& path) const
 {
     const posix::Fd folder = OpenFolder(path);
     const std::string self = SelfPath(m_file);
-    if (folder && linkat(AT_FDCWD, self.c_str(), folder.Get(), path.filename().c_str(), AT_SYMLINK_FOLLOW) == 0)
-        return LinkResult::Done;
-    return errno == EEXIST ? LinkResult::Exists : LinkResult::Failed;
+    return folder && linkat(AT_FDCWD, self.c_str(), folder.Get(), path.filename().c_str(), AT_SYMLINK_FOLLOW) == 0;
 }
 
 } // namespace vlt::scan

@@ -86,7 +86,8 @@ void CWriteWatch::Scan(CJudge& judge, int file, std::uint32_t process)
         m_context.status.Count(Counter::Excluded);
         return;
     }
-    const WString name = ToWindows(PathOfOpenFile(file));
+    const HostPath path = PathOfOpenFile(file);
+    const WString name = ToWindows(path);
     if (!judge.WantsName(name) || !judge.WantsSize(static_cast<std::uint64_t>(info.st_size)))
         return;
     off_t offset = 0;
@@ -99,8 +100,10 @@ void CWriteWatch::Scan(CJudge& judge, int file, std::uint32_t process)
         return count;
     };
     Threat threat{};
-    if (judge.Scan(static_cast<std::uint64_t>(info.st_size), read, threat) == Verdict::Infected)
-        judge.Report(threat, name, process, AS_DIRECTION_WRITE, false, false);
+    CHostFile infected;
+    if (judge.Scan(static_cast<std::uint64_t>(info.st_size), read, threat) == Verdict::Infected &&
+        !m_context.IsInQuarantine(name) && infected.Borrow(file))
+        judge.Report(threat, infected, path, name, {process, AS_DIRECTION_WRITE, false, false});
     m_context.status.Scanned(name);
 }
 

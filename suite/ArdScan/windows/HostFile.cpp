@@ -143,9 +143,9 @@ bool CHostFile::Remove(const HostPath& path) const
     return false;
 }
 
-CHostFile::LinkResult CHostFile::Link(const HostPath&) const
+bool CHostFile::Link(const HostPath&) const
 {
-    return LinkResult::Failed; // by handle there is no documented way: a copy is made instead
+    return false; // by handle there is no documented way: a copy is made instead
 }
 
 } // namespace vlt::scan
