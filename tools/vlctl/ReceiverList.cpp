@@ -89,7 +89,7 @@ bool ReceiverList::Claim(std::size_t slot, std::uint32_t expected, const std::st
     if (!Exchange(target, expected, FirstWord(name)))
         return false;
     std::memcpy(target + WordSize, name.c_str() + WordSize, name.size() + 1 - WordSize);
-    std::atomic_thread_fence(std::memory_order_seq_cst);
+    Exchange(target, FirstWord(name), FirstWord(name)); // the copy is not to be taken before the name is out
     return Copy(List().slot[slot]).Text() == name;
 }
 
