@@ -54,6 +54,7 @@ void AddLogCommand(CLI::App& app, Run& run);
 void AddWatchCommand(CLI::App& app, Run& run);
 void AddExcludeCommands(CLI::App& app);
 void AddEventCommands(CLI::App& app);
+void AddQuarantineCommands(CLI::App& app, Run& run);
 
 // The path of the installed service's program, as it was registered. Throws when it is not installed.
 WString InstalledProgram();

@@ -63,6 +63,14 @@ KernelHandle ShareEvent(const WString& name, bool manualReset)
     return event;
 }
 
+KernelHandle ShareSemaphore(const WString& name, LONG count)
+{
+    KernelHandle semaphore(CreateSemaphoreW(OpenToEveryone().Get(), count, count, name.c_str()));
+    if (!semaphore)
+        FailWith(GetLastError(), Printable(name));
+    return semaphore;
+}
+
 Section CreateSection(const WString& name, DWORD size)
 {
     SetLastError(0);

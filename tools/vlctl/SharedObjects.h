@@ -15,6 +15,7 @@ WString ChannelName(const char* channel, const char* suffix);
 
 // Made here, or opened when it is there. Throws CommandError.
 KernelHandle ShareEvent(const WString& name, bool manualReset);
+KernelHandle ShareSemaphore(const WString& name, LONG count);
 
 // A mapped section, closed by its owner. Others write to it at any time: whoever reads it takes a
 // copy and looks at that.

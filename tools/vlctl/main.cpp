@@ -1,5 +1,5 @@
-// vlctl, the operator's tool: the service, its settings, the registry they live in, the virus log,
-// and what the service broadcasts and takes as requests.
+// vlctl, the operator's tool: the service, its settings, the registry they live in, the virus log, the
+// quarantine store, and what the service broadcasts and takes as requests.
 #include "tools/vlctl/Command.h"
 
 #include <cstdio>
@@ -19,6 +19,7 @@ int main(int argc, char** argv)
     AddWatchCommand(app, run);
     AddExcludeCommands(app);
     AddEventCommands(app);
+    AddQuarantineCommands(app, run);
     try {
         app.parse(argc, argv);
         return run.exit;
