@@ -72,8 +72,9 @@ bool Rename(const InfectedFile& infected, WStringView extension)
         return false;
     if (FoldPath(infected.windowsPath).ends_with(end))
         return true; // by an action before
-    const WString name = WString(infected.windowsPath) + WString(extension);
-    return Relocate(infected, infected.path.parent_path() / ToHost(name).filename());
+    HostPath target = infected.path;
+    target += HostPath(WString(extension)).native();
+    return Relocate(infected, target);
 }
 
 bool Move(const InfectedFile& infected, const WString& folder)

@@ -51,12 +51,14 @@ TEST(Actions, TakeTheFileFromItsName)
     EXPECT_TRUE(renamed.Do(AS_ACTION_RENAME, true));
     EXPECT_EQ(renamed.Read("a.exe.VIR"), "older");
     EXPECT_EQ(renamed.Read("a.exe.1.VIR"), "1BAD!");
-    EXPECT_FALSE(fs::exists(renamed.Path("a.exe")));
     EXPECT_FALSE(renamed.Do(AS_ACTION_RENAME, false)); // no extension was given
+    renamed.file.Close();                              // on Windows a name goes with the last handle
+    EXPECT_FALSE(fs::exists(renamed.Path("a.exe")));
 
     Infected moved("2BAD!");
     EXPECT_TRUE(moved.Do(AS_ACTION_MOVE));
     EXPECT_EQ(moved.Read("moved/a.exe"), "2BAD!");
+    moved.file.Close();
     EXPECT_FALSE(fs::exists(moved.Path("a.exe")));
 
     Infected deleted("3BAD!");

@@ -75,7 +75,7 @@ TEST(AfterWrite, PutsAwayWhatIsWritten)
     const AsDetectionRecord record = library.Detections()[0];
     EXPECT_EQ(record.firstResult, std::uint32_t{AS_RESULT_DONE});
     EXPECT_EQ(record.denied, 0u);
-    EXPECT_FALSE(fs::exists(guarded.HostPath("bad")));
+    EXPECT_TRUE(Eventually(Limit, [&] { return !fs::exists(guarded.HostPath("bad")); }));
     const auto restore = library.Entry<ASRestoreFileW_t>("ASRestoreFileW");
     EXPECT_EQ(restore(library.Handle(), record.encodedPath, library.Folder().PathW("back").c_str()), 1);
     EXPECT_EQ(ReadBytes(library.Folder().HostPath("back")), ThreatText);
