@@ -2,6 +2,8 @@
 
 #include "suite/ArdScan/Cleaner.h"
 
+#include <chrono>
+
 namespace vlt::scan
 {
 namespace
@@ -134,6 +136,19 @@ bool ChangeFile(const InfectedFile& infected, std::uint32_t action, bool second,
         return Change(infected, action, second, quarantineFolder, encodedPath);
     } catch (const std::exception&) { // memory ran out, or a path is not text
         return false;
+    }
+}
+
+void RemoveLeftovers(const HostPath& quarantineFolder)
+{
+    std::error_code error;
+    for (fs::directory_iterator it(quarantineFolder, error), end; !error && it != end; it.increment(error)) {
+        const std::string name = ToUtf8(it->path().filename());
+        std::error_code failed;
+        const auto written = it->last_write_time(failed);
+        if (!failed && name.size() == 23 && name.starts_with("AS") && name.ends_with(".part") &&
+            written < fs::file_time_type::clock::now() - std::chrono::hours(24))
+            fs::remove(it->path(), failed);
     }
 }
 

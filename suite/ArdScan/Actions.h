@@ -50,4 +50,7 @@ struct InfectedFile {
 bool ChangeFile(const InfectedFile& infected, std::uint32_t action, bool second, const HostPath& quarantineFolder,
                 WString& encodedPath) noexcept;
 
+// Removes the unfinished files that a crash has left in the quarantine folder; those of the last day may be at work.
+void RemoveLeftovers(const HostPath& quarantineFolder);
+
 } // namespace vlt::scan

@@ -115,6 +115,7 @@ AsError CEngine::Start()
         return AS_OK;
     m_settings = ReadIni(m_appFolder / "ArdScan.ini");
     StartStatus();
+    RemoveLeftovers(m_context.QuarantineFolder());
     m_guard = StartGuard(m_context, m_settings);
     if (m_guard)
         return AS_OK;

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <map>
 #include <new>
+#include <utility>
 
 using namespace vlt::scan;
 
@@ -21,25 +22,48 @@ using namespace vlt::scan;
 namespace
 {
 
-// Handles are numbers that are never given twice, so that a stale one is an error and not another engine.
-struct Handles {
-    std::mutex lock;
-    std::uintptr_t next = 0x41530001;
-    std::map<std::uintptr_t, std::shared_ptr<CEngine>> engines;
-};
+// Handles are numbers that are never given twice, so that a stale one is an error and not another engine. Nothing here
+// is destroyed: threads may still call while the process ends. Only while there are engines is there a map, so a
+// library that is unloaded leaves nothing behind.
+using EngineMap = std::map<std::uintptr_t, std::shared_ptr<CEngine>>;
+constinit std::uintptr_t g_nextHandle = 0x41530001;
+constinit EngineMap* g_engines = nullptr;
 
-Handles& TheHandles()
+std::mutex& HandlesLock()
 {
-    static Handles& handles = *new Handles; // outlives every thread that may still call
-    return handles;
+    alignas(std::mutex) static std::byte place[sizeof(std::mutex)];
+    static std::mutex& lock = *new (place) std::mutex;
+    return lock;
+}
+
+AsHandle Enter(std::shared_ptr<CEngine> engine)
+{
+    const std::lock_guard lock(HandlesLock());
+    if (!g_engines)
+        g_engines = new EngineMap;
+    g_engines->emplace(g_nextHandle, std::move(engine));
+    return reinterpret_cast<AsHandle>(g_nextHandle++);
 }
 
 std::shared_ptr<CEngine> Find(AsHandle handle)
 {
-    Handles& handles = TheHandles();
-    const std::lock_guard lock(handles.lock);
-    const auto engine = handles.engines.find(reinterpret_cast<std::uintptr_t>(handle));
-    return engine == handles.engines.end() ? nullptr : engine->second;
+    const std::lock_guard lock(HandlesLock());
+    if (!g_engines)
+        return nullptr;
+    const auto engine = g_engines->find(reinterpret_cast<std::uintptr_t>(handle));
+    return engine == g_engines->end() ? nullptr : engine->second;
+}
+
+// What the handle stood for; null when it stood for nothing.
+std::shared_ptr<CEngine> Leave(AsHandle handle)
+{
+    const std::lock_guard lock(HandlesLock());
+    if (!g_engines)
+        return nullptr;
+    auto entry = g_engines->extract(reinterpret_cast<std::uintptr_t>(handle));
+    if (g_engines->empty())
+        delete std::exchange(g_engines, nullptr);
+    return entry ? std::move(entry.mapped()) : nullptr;
 }
 
 // Runs the body with the engine; 0 for a bad handle, and for a failure that is remembered.
@@ -82,11 +106,7 @@ AsHandle Init(std::uint32_t version, const HostPath& app, const HostPath& patter
         reason = AS_REASON_NO_PATTERN;
         return nullptr;
     }
-    Handles& handles = TheHandles();
-    const std::lock_guard lock(handles.lock);
-    const std::uintptr_t handle = handles.next++;
-    handles.engines.emplace(handle, std::move(engine));
-    return reinterpret_cast<AsHandle>(handle);
+    return Enter(std::move(engine));
 }
 
 template <typename Convert>
@@ -172,15 +192,7 @@ AS_EXPORT std::int32_t WINAPI ASDeInitScan(AsHandle handle)
     const std::int32_t stopped = Try(handle, [](CEngine& engine) { return engine.Stop(); });
     if (!stopped)
         return 0;
-    Handles& handles = TheHandles();
-    std::shared_ptr<CEngine> last;
-    const std::lock_guard lock(handles.lock);
-    const auto entry = handles.engines.find(reinterpret_cast<std::uintptr_t>(handle));
-    if (entry == handles.engines.end())
-        return 0;
-    last = std::move(entry->second);
-    handles.engines.erase(entry);
-    return 1;
+    return Leave(handle) ? 1 : 0;
 }
 
 AS_EXPORT std::int32_t WINAPI ASGetLastError(AsHandle handle)
