@@ -38,13 +38,7 @@ public:
         : m_channel(Channel("notify", count)), m_sender(m_channel.c_str(), bench::MessageSize),
           m_receivers("notify", m_channel, count)
     {
-        CVlShareMemory list;
-        void* view = nullptr;
-        if (!list.Open((m_channel + kNotifyListSuffix).c_str(), false) || !list.Map(&view, false))
-            std::abort();
-        for (std::size_t i = 0; i < count; ++i)
-            lstrcpynA(static_cast<NotifyList*>(view)->slot[i], Receivers::SectionName(m_channel, i).c_str(),
-                      kNotifySlotSize);
+        m_receivers.Enlist(m_channel);
     }
     ~NotifySide() { m_sender.Stop(); }
 

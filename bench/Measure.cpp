@@ -53,6 +53,8 @@ void Compare(const std::vector<Case>& cases, const std::vector<double>& aims, co
             if (cases[i].prepare)
                 cases[i].prepare();
             times[i].push_back(NanosecondsEach(cases[i].body, options.operations));
+            if (cases[i].settle)
+                cases[i].settle();
         }
     }
     for (std::size_t i = 1; i < cases.size(); ++i) {

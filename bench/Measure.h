@@ -17,6 +17,7 @@ struct Case {
     std::string name;
     Body body;
     std::function<void()> prepare = {}; // before each round, not timed
+    std::function<void()> settle = {};  // after each, not timed either
 };
 
 struct Options {

@@ -174,6 +174,16 @@ Receivers::~Receivers()
     close(m_file);
 }
 
+void Receivers::Enlist(const std::string& channel) const
+{
+    CVlShareMemory list;
+    void* view = nullptr;
+    if (!list.Open((channel + kNotifyListSuffix).c_str(), false) || !list.Map(&view, false))
+        Fail("list of receivers");
+    for (std::size_t i = 0; i < m_processes.size(); ++i)
+        lstrcpynA(static_cast<NotifyList*>(view)->slot[i], SectionName(channel, i).c_str(), kNotifySlotSize);
+}
+
 void Receivers::Expect(std::size_t messages)
 {
     m_board->missing = static_cast<std::uint32_t>(messages * m_processes.size());
@@ -181,7 +191,8 @@ void Receivers::Expect(std::size_t messages)
 
 void Receivers::AwaitAll()
 {
-    m_board->all.Wait(true);
+    if (!m_processes.empty())
+        m_board->all.Wait(true);
 }
 
 std::string Receivers::SectionName(const std::string& channel, std::size_t index)

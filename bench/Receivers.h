@@ -44,6 +44,8 @@ public:
     Receivers& operator=(const Receivers&) = delete;
 
     Board& Shared() noexcept { return *m_board; }
+    // Kind "notify": writes the receivers into the list that the sender of the channel has made.
+    void Enlist(const std::string& channel) const;
     // Before `messages` are sent, and until every receiver has taken them all.
     void Expect(std::size_t messages);
     void AwaitAll();
