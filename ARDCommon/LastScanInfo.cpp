@@ -24,9 +24,8 @@ DWORD ReadNumber(LPCWSTR name, DWORD fallback)
 
 WString ReadText(LPCWSTR name)
 {
-    // Twice the room of the longest text, since the reader takes texts of up to half its buffer.
-    WCHAR buffer[2 * MAX_PATH] = {};
-    vlt::GetRegString(HKEY_LOCAL_MACHINE, kKey, name, TEXT(""), buffer, 2 * MAX_PATH);
+    WCHAR buffer[MAX_PATH] = {}; // of which the reader fills at most half
+    vlt::GetRegString(HKEY_LOCAL_MACHINE, kKey, name, TEXT(""), buffer, MAX_PATH);
     return buffer;
 }
 

@@ -36,7 +36,7 @@ public:
     int SetLastDetectInfo(const LastDetectRecord* record) const;
 
     // 1, or 0 without a record. What is missing reads as kNeverWritten, 0 and empty text; a text of more
-    // than 259 characters as empty.
+    // than 129 characters as empty.
     int GetLastScanInfo(LastScanRecord* record) const;
     int GetLastDetectInfo(LastDetectRecord* record) const;
 };
