@@ -152,8 +152,10 @@ ObjectFile::Step ObjectFile::HoldExisting(Fd file, std::u16string_view name, Obj
         switch (TryHold(file.Get())) {
         case Hold::Held:
             error = Check(file.Get(), name, kind);
+            m_file = std::move(file);
             if (error == 0)
-                m_file = std::move(file);
+                return Step::Done;
+            Release(); // the holders may have gone meanwhile and left it to us
             return error == ERROR_FILE_NOT_FOUND ? Step::Again : Step::Done;
         case Hold::Dead:
             dead = IsLinked(file.Get());
@@ -163,6 +165,9 @@ ObjectFile::Step ObjectFile::HoldExisting(Fd file, std::u16string_view name, Obj
             m_file = std::move(file);
             return Step::Done;
         case Hold::Busy:
+            // The remover's lock can last as long as its process uses what it has mapped.
+            if (!IsLinked(file.Get()))
+                return Step::Again;
             if (!patience.Pause()) {
                 error = ERROR_ACCESS_DENIED;
                 return Step::Done;

@@ -20,7 +20,10 @@ OwnerWatch::~OwnerWatch()
 bool OwnerWatch::LimitSleep(Deadline& end) noexcept
 {
     const MutexOwner owner = m_state.Owner();
-    if (!IsOwned(owner) || InSameProcess(owner, SelfAsOwner()))
+    // Not the owner that the sleeper has seen, which may be back, and then be killed, before the sleep begins.
+    if (!IsOwned(owner))
+        return end.LimitTo(MonotonicNow() + Moment);
+    if (InSameProcess(owner, SelfAsOwner()))
         return false;
     const std::lock_guard guard(m_lock);
     if (m_descriptor >= 0 && InSameProcess(m_watched.load(), owner))
