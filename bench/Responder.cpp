@@ -2,6 +2,7 @@
 
 #include <array>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -34,9 +35,10 @@ void HashFile(int file, EVP_MD_CTX* context)
         ssize_t left = read(group, events.data(), events.size());
         auto* event = reinterpret_cast<const fanotify_event_metadata*>(events.data());
         for (; FAN_EVENT_OK(event, left); event = FAN_EVENT_NEXT(event, left)) {
-            if (work == Responder::Work::Hash)
+            const bool deny = work == Responder::Work::Deny;
+            if (deny || work == Responder::Work::Hash)
                 HashFile(event->fd, context);
-            const fanotify_response response{event->fd, FAN_ALLOW};
+            const fanotify_response response{event->fd, static_cast<std::uint32_t>(deny ? FAN_DENY : FAN_ALLOW)};
             if (write(group, &response, sizeof response) < 0)
                 _exit(1);
             if (work == Responder::Work::Ignore)

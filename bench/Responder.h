@@ -13,6 +13,7 @@ public:
     enum class Work {
         Nothing, // answer "allow" at once
         Hash,    // read the file and hash it with SHA-256 first
+        Deny,    // the same, and answer "deny"
         Ignore,  // answer, and have the kernel ignore the file from then on
     };
 
