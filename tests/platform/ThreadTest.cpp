@@ -143,11 +143,15 @@ TEST(Thread, TerminationEndsAWaitAtOnceWithoutCleaningUp)
         [&] { EnterCriticalSection(&section); },
     };
     for (const auto& wait : waits) {
+        // A thread that Windows ends while it starts may take a lock of the runtime with it.
+        const KernelHandle started = MakeEvent(true);
         TestThread thread([&] {
             const Trace trace(cleaned);
+            SetEvent(started.Get());
             wait();
             return 1u;
         });
+        ASSERT_EQ(WaitForSingleObject(started.Get(), kSoon), WAIT_OBJECT_0);
         thread.AwaitAsleep();
         EXPECT_TRUE(TerminateThread(thread.Handle(), 99));
         EXPECT_TRUE(thread.HasEnded());
