@@ -116,7 +116,7 @@ void CALLBACK RealTimeScanVirusCallBack(void* /*context*/, const AsDetectionReco
     if (IsForQuarantine(*record))
         Attempt([&] { MoveIntoQuarantine(*record); });
     if (record->noLog == 0)
-        StartVirusLogThread(*record);
+        Attempt([&] { StartVirusLogThread(*record); });
     NotifyReceivers(*record);
     Attempt([&] { KeepAsLastDetection(*record); });
 }
