@@ -31,6 +31,18 @@ struct Section {
 };
 static_assert(sizeof(Section) <= sizeof(CRITICAL_SECTION));
 
+// A thread that is ended in its wait leaves the word "contended" and may have had the one wake-up of a
+// leave: it passes that on.
+class SectionWait final : public Interruptible
+{
+public:
+    explicit SectionWait(const std::uint32_t* word) noexcept : m_word(word) {}
+    void Abandon() noexcept override { FutexWake(m_word, 1, false); }
+
+private:
+    const std::uint32_t* const m_word;
+};
+
 Section& Of(LPCRITICAL_SECTION section) noexcept
 {
     return *std::launder(reinterpret_cast<Section*>(section->storage));
@@ -69,9 +81,9 @@ void EnterCriticalSection(LPCRITICAL_SECTION section)
         return;
     Section& lock = Of(section);
     const auto* const word = reinterpret_cast<const std::uint32_t*>(&lock.word);
-    PlainWait nothing; // a thread that is ended here leaves the word "contended", which costs one wake
+    SectionWait wait(word);
     while (lock.word.exchange(Section::Contended, std::memory_order_acquire) != Section::Free) {
-        const WaitScope scope(nothing);
+        const WaitScope scope(wait);
         FutexWait(word, Section::Contended, false, Deadline(INFINITE));
     }
     lock.Own(GetCurrentThreadId());
