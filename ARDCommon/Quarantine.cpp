@@ -97,7 +97,17 @@ int CQuarantine::SetFolder(LPCWSTR quarantineFolder)
     m_folder = folder;
     m_db.emplace(m_folder);
     m_db->Repair();
+    DeleteDecodedCopies();
     return 1;
+}
+
+// Of a program that was killed at work on a kept file, which is still there itself.
+void CQuarantine::DeleteDecodedCopies() const
+{
+    VlFile::Delete(m_folder + TEXT("\\") + kQuarantineCopyName);
+    const WString folder = m_folder + TEXT("\\") + kQuarantineTempFolder;
+    VlFile::DeleteMatching(folder, TEXT("*"));
+    RemoveDirectoryW(folder.c_str());
 }
 
 int CQuarantine::LoadScanLibrary(LPCWSTR patternPath)
@@ -315,7 +325,7 @@ int CQuarantine::DeleteQuarantinedW()
 
 int CQuarantine::DeleteBackupW(LPCWSTR name)
 {
-    if (!VlFile::IsPlainName(View(name)))
+    if (!m_db || !VlFile::IsPlainName(View(name)))
         return Fail(QuarantineError::InvalidParameter);
     return DeleteFileW((m_folder + TEXT("\\backup\\") + name).c_str()) ? 1 : 0;
 }
@@ -384,7 +394,7 @@ bool CQuarantine::BeginExamination(LPCWSTR quarantinedName, const std::uint32_t*
     examination.file = m_folder + TEXT("\\") + (backup ? WString(backupFolder) + TEXT("\\") : WString());
     examination.file += examination.name;
 
-    examination.folder = m_folder + TEXT("\\Temp\\");
+    examination.folder = m_folder + TEXT("\\") + kQuarantineTempFolder + TEXT("\\");
     CreateDirectoryW(examination.folder.c_str(), nullptr);
     WCHAR unique[MAX_PATH] = {};
     if (GetTempFileNameW(examination.folder.c_str(), TEXT(""), 0, unique) != 0) {
@@ -408,7 +418,7 @@ void CQuarantine::EndExamination(const Examination& examination)
 
 bool CQuarantine::Examine(const WString& workingCopy, int mode, QuarantineVerdict& verdict)
 {
-    CQuarantineScan scan(m_library, m_folder);
+    CQuarantineScan scan(m_library, m_folder, m_results);
     const bool done = mode == 1 ? scan.ScanFile(workingCopy, verdict) : scan.CleanFile(workingCopy, verdict);
     if (!done)
         Fail(scan.Error());
@@ -430,7 +440,8 @@ int CQuarantine::_ScanCleanW(LPCWSTR quarantinedName, int mode, std::uint32_t* r
     if (!examined)
         return Fail(error);
     *result = verdict.code;
-    return UpdateStatus(examination.name, static_cast<std::uint32_t>(verdict.scanResult), verdict);
+    UpdateStatus(examination.name, static_cast<std::uint32_t>(verdict.scanResult), verdict);
+    return 1;
 }
 
 int CQuarantine::ScanW(LPCWSTR quarantinedName, int mode, std::uint32_t* result)
@@ -444,14 +455,14 @@ int CQuarantine::ScanW(LPCWSTR quarantinedName, int mode, std::uint32_t* result)
     if (!examined)
         return 0;
     *result = verdict.code;
-    return UpdateStatus(examination.name, verdict.code, verdict);
+    UpdateStatus(examination.name, verdict.code, verdict);
+    return static_cast<int>(verdict.code);
 }
 
 // Backup copies have no record: what was found stands, there is nothing to update.
-int CQuarantine::UpdateStatus(const WString& name, std::uint32_t status, const QuarantineVerdict& verdict)
+void CQuarantine::UpdateStatus(const WString& name, std::uint32_t status, const QuarantineVerdict& verdict)
 {
     UpdateQuarantineDBW(name.c_str(), status, verdict.threatName.empty() ? nullptr : verdict.threatName.c_str());
-    return 1;
 }
 
 int CQuarantine::Scan2W(LPCWSTR file)

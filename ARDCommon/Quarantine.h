@@ -30,7 +30,8 @@ public:
     // Makes the folder when it is missing, takes back what a crash has left of a rewrite, and opens a
     // scan handle of its own. patternPath is the folder of the scan library's patterns.
     int QuarantineInitW(LPCWSTR patternPath, LPCWSTR quarantineFolder);
-    // With a library and a scan handle of the caller's, which outlive the store.
+    // With a library and a scan handle of the caller's, which outlive the store. To scan, the handle must
+    // be one for scans on demand.
     int QuarantineInitW(HMODULE library, AsHandle handle, LPCWSTR quarantineFolder);
     void QuarantineClose();
 
@@ -71,11 +72,14 @@ public:
     int ScanW(LPCWSTR quarantinedName, int mode, std::uint32_t* result);
     // Scans any file with the store's configuration. The result as above, 0 on failure.
     int Scan2W(LPCWSTR file);
+    // The list, which outlives the scans, gets each record that the library reports; null for none.
+    void AttachResultList(std::vector<AsScanResultRecord>* results) { m_results = results; }
 
 private:
     int Fail(QuarantineError error);
     int Report(QuarantineError error); // 1 for None, otherwise Fail
     int SetFolder(LPCWSTR quarantineFolder);
+    void DeleteDecodedCopies() const;
     int LoadScanLibrary(LPCWSTR patternPath);
 
     QuarantineError _CreateQuarantineInfoW(QuarantineRecord& record, std::uint32_t type, LPCWSTR sourcePath,
@@ -94,7 +98,7 @@ private:
                           Examination& examination);
     bool Examine(const WString& workingCopy, int mode, QuarantineVerdict& verdict);
     static void EndExamination(const Examination& examination);
-    int UpdateStatus(const WString& name, std::uint32_t status, const QuarantineVerdict& verdict);
+    void UpdateStatus(const WString& name, std::uint32_t status, const QuarantineVerdict& verdict);
 
     std::atomic<QuarantineError> m_lastError{QuarantineError::None};
     std::uint32_t m_platform = 0;
@@ -107,4 +111,5 @@ private:
     bool m_ownsScanHandle = false;
 
     std::vector<WString> m_selected; // for deletion
+    std::vector<AsScanResultRecord>* m_results = nullptr;
 };

@@ -79,21 +79,28 @@ bool IsPlausible(const QuarantineRecord& record)
            record.quarantinedName[0] != 0;
 }
 
-// All records of a file. False when it cannot be read, or is not a whole sequence of plausible records.
-bool ReadWhole(const WString& file, std::vector<QuarantineRecord>& records)
+enum class Found { Nothing, Records, WholeSequence };
+
+// The plausible records of a file: all there is, or among other things. Nothing when it cannot be read.
+Found ReadPlausible(const WString& file, std::vector<QuarantineRecord>& records)
 {
     const vlt::FileHandle handle = OpenFile(file, GENERIC_READ, OPEN_EXISTING);
+    if (!handle)
+        return Found::Nothing;
     std::vector<BYTE> bytes;
-    bool whole = static_cast<bool>(handle);
+    bool whole = true;
     do {
-        whole = whole && ReadBlock(handle, bytes);
+        if (!ReadBlock(handle, bytes))
+            return Found::Nothing;
         const std::size_t used = ForEachRecord(bytes, [&](const QuarantineRecord& record) {
-            whole = whole && IsPlausible(record);
-            records.push_back(record);
+            if (IsPlausible(record))
+                records.push_back(record);
+            else
+                whole = false;
         });
         whole = whole && used == bytes.size();
-    } while (whole && !bytes.empty());
-    return whole;
+    } while (!bytes.empty());
+    return whole ? Found::WholeSequence : Found::Records;
 }
 
 QuarantineError AppendTo(const WString& file, const QuarantineRecord* records, std::size_t count)
@@ -156,7 +163,8 @@ void CQuarantineDb::Repair()
     const VlLock writer(WriterLock());
     if (!VlFile::Exists(m_file)) {
         std::vector<QuarantineRecord> records;
-        const bool taken = ReadWhole(m_scratch, records) && MoveFileW(m_scratch.c_str(), m_file.c_str());
+        const bool taken =
+            ReadPlausible(m_scratch, records) == Found::WholeSequence && MoveFileW(m_scratch.c_str(), m_file.c_str());
         VLT_TRACE(20,
                   taken ? "The quarantine record file was missing and has been taken back from \"%ls\""
                         : "Error: the quarantine record file is missing, and \"%ls\" does not hold it",
@@ -172,22 +180,26 @@ void CQuarantineDb::MergeScratch()
 {
     CQuarantineLock lock;
     std::vector<QuarantineRecord> rewritten;
-    if (lock.Lock() && ReadWhole(m_scratch, rewritten)) {
-        std::set<WString> known;
-        QuarantineRecord record{};
-        QuarantineError error = QuarantineError::None;
-        CQuarantineDb reader(m_folder);
-        while (reader.Read(record, error))
-            known.emplace(vlt::FieldText(record.quarantinedName));
-        std::erase_if(rewritten, [&](const QuarantineRecord& candidate) {
-            const WString name(vlt::FieldText(candidate.quarantinedName));
-            return known.contains(name) || !VlFile::Exists(m_folder + name);
-        });
-        if (!rewritten.empty() && AppendTo(m_file, rewritten.data(), rewritten.size()) != QuarantineError::None) {
-            VLT_TRACE(20, "Error: %u quarantine records are left in \"%ls\"", static_cast<DWORD>(rewritten.size()),
-                      m_scratch);
-            return;
-        }
+    // A rewrite carries a torn tail over, and what else is no record: the ones around it count all the same.
+    if (!lock.Lock() || ReadPlausible(m_scratch, rewritten) == Found::Nothing) {
+        VLT_TRACE(20, "Error: the quarantine scratch file \"%ls\" could not be read and is left", m_scratch);
+        return;
+    }
+    std::set<WString> known;
+    QuarantineRecord record{};
+    QuarantineError error = QuarantineError::None;
+    CQuarantineDb reader(m_folder);
+    while (reader.Read(record, error))
+        known.emplace(vlt::FieldText(record.quarantinedName));
+    reader.CloseReader();
+    std::erase_if(rewritten, [&](const QuarantineRecord& candidate) {
+        const WString name(vlt::FieldText(candidate.quarantinedName));
+        return known.contains(name) || !VlFile::Exists(m_folder + name);
+    });
+    if (!rewritten.empty() && AppendTo(m_file, rewritten.data(), rewritten.size()) != QuarantineError::None) {
+        VLT_TRACE(20, "Error: %u quarantine records are left in \"%ls\"", static_cast<DWORD>(rewritten.size()),
+                  m_scratch);
+        return;
     }
     DeleteFileW(m_scratch.c_str());
 }

@@ -21,6 +21,7 @@
 inline constexpr WCHAR kQuarantineDbName[] = TEXT("QUADB.VDB");
 inline constexpr WCHAR kQuarantineScratchName[] = TEXT("$VB$.$$$"); // of rewrites and of restores
 inline constexpr WCHAR kQuarantineCopyName[] = TEXT("TEMP$.$$$");   // of the encode retry
+inline constexpr WCHAR kQuarantineTempFolder[] = TEXT("Temp");      // decoded, for a scan
 inline constexpr WCHAR kQuarantineFilePattern[] = TEXT("*.tmp");
 inline constexpr WCHAR kQuarantineBackupFolder[] = TEXT("Backup");
 inline constexpr WCHAR kQuarantineBackupPattern[] = TEXT("*.RB?");

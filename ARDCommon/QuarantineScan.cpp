@@ -3,6 +3,8 @@
 #include "ARDCommon/Registry.h"
 #include "platform/Text.h"
 
+#include <new>
+
 namespace
 {
 
@@ -92,6 +94,11 @@ void CALLBACK CQuarantineScan::ScanResultCallbackW(void* context, const AsScanRe
     auto& scan = *static_cast<CQuarantineScan*>(context);
     vlt::CopyToField(scan.m_threatName, vlt::FieldText(record->threatName));
     scan.m_status = record->status;
+    try {
+        if (scan.m_results != nullptr)
+            scan.m_results->push_back(*record);
+    } catch (const std::bad_alloc&) { // the scan goes on without it
+    }
     // Members of an archive are reported before the file itself.
     if (vlt::FieldText(record->innerName).empty())
         scan.m_done.store(true, std::memory_order_release);

@@ -5,6 +5,7 @@
 #include "ARDCommon/QuarantineLibrary.h"
 
 #include <atomic>
+#include <vector>
 
 struct QuarantineVerdict {
     int addStatus = 0;      // 1 nothing found, 2 something was
@@ -18,7 +19,11 @@ class CQuarantineScan
 {
 public:
     // `folder` is the store's, without a backslash at its end.
-    CQuarantineScan(const QuarantineLibrary& library, const WString& folder) : m_library(library), m_folder(folder) {}
+    // `results`, when it is not null, gets the library's records.
+    CQuarantineScan(const QuarantineLibrary& library, const WString& folder, std::vector<AsScanResultRecord>* results)
+        : m_library(library), m_folder(folder), m_results(results)
+    {
+    }
     CQuarantineScan(const CQuarantineScan&) = delete;
     CQuarantineScan& operator=(const CQuarantineScan&) = delete;
 
@@ -35,6 +40,7 @@ private:
 
     const QuarantineLibrary& m_library;
     const WString& m_folder;
+    std::vector<AsScanResultRecord>* const m_results;
     QuarantineError m_error = QuarantineError::None;
 
     // Written by the library's thread before it sets the flag, read by the scanning thread after it.

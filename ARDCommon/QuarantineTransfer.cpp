@@ -94,30 +94,39 @@ bool CQuarantineTransfer::Restore(const WString& file, LPCWSTR destination, bool
     }
     info.sourcePath[MAX_PATH - 1] = 0;
     const WString target = destination != nullptr ? destination : info.sourcePath;
-    return RestoreDirectly(file, target, restore) || (retry && RestoreThroughScratch(file, target));
+    const DWORD targetAttributes = GetFileAttributesW(target.c_str());
+    if (RestoreDirectly(file, target, restore))
+        return true;
+    if (destination != nullptr)
+        SetAttributes(target, targetAttributes);
+    else
+        SetNormal(target); // until the copy below is made: over a read-only file it would fail
+    if (retry && RestoreThroughScratch(file, target))
+        return true;
+    SetAttributes(target, targetAttributes);
+    return false;
 }
 
 bool CQuarantineTransfer::RestoreDirectly(const WString& file, const WString& target, ASRestoreFileW_t restore)
 {
     const DWORD fileAttributes = GetFileAttributesW(file.c_str());
-    const DWORD targetAttributes = GetFileAttributesW(target.c_str());
     if (IsEncrypted(target))
         return false;
     SetNormal(target);
-    if (restore(m_library.handle, file.c_str(), target.c_str()) == 1) {
-        SetAttributes(target, fileAttributes);
-        return true;
-    }
-    SetAttributes(target, targetAttributes);
-    return false;
+    if (restore(m_library.handle, file.c_str(), target.c_str()) != 1)
+        return false;
+    SetAttributes(target, fileAttributes);
+    return true;
 }
 
 bool CQuarantineTransfer::RestoreThroughScratch(const WString& file, const WString& target)
 {
     // The scratch file is that of the record file's rewrite, which must not be at work meanwhile.
     CQuarantineLock lock;
-    if (!lock.Lock())
+    if (!lock.Lock()) {
+        m_error = QuarantineError::Semaphore;
         return false;
+    }
     const WString scratch = m_folder + TEXT("\\") + kQuarantineScratchName;
     const bool copied =
         Restore(file, scratch.c_str(), false) && CopyFileW(scratch.c_str(), target.c_str(), FALSE) != FALSE;
