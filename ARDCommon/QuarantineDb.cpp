@@ -182,7 +182,8 @@ void CQuarantineDb::MergeScratch()
     std::vector<QuarantineRecord> rewritten;
     // A rewrite carries a torn tail over, and what else is no record: the ones around it count all the same.
     if (!lock.Lock() || ReadPlausible(m_scratch, rewritten) == Found::Nothing) {
-        VLT_TRACE(20, "Error: the quarantine scratch file \"%ls\" could not be read and is left", m_scratch);
+        if (VlFile::Exists(m_scratch)) // else its writer was alive, and has put it in place
+            VLT_TRACE(20, "Error: the quarantine scratch file \"%ls\" could not be read and is left", m_scratch);
         return;
     }
     std::set<WString> known;
