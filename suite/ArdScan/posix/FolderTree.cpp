@@ -88,14 +88,10 @@ void CFolderTree::Follow(Folder* parent, const std::string& name, Found found)
         return; // a root within another
     if (!entry)
         entry = std::make_unique<Folder>();
-    else if (entry->parent)
-        entry->parent->children.erase(entry->name);
     Folder& folder = *entry;
     folder.watch = watch;
-    folder.parent = parent;
-    folder.name = name;
-    if (parent)
-        parent->children[name] = &folder;
+    Detach(folder);
+    Attach(folder, parent, name);
     m_sink.OnFolder(path);
 
     std::error_code error;
@@ -107,6 +103,26 @@ void CFolderTree::Follow(Folder* parent, const std::string& name, Found found)
         else if (found == Found::Later && fs::is_regular_file(status))
             m_sink.OnFile(it->path(), AS_DIRECTION_RENAME);
     }
+}
+
+// A child of a folder, or a root. A folder that was deleted is only told of later, when its name may long
+// be another's: it then goes on without a parent.
+void CFolderTree::Attach(Folder& folder, Folder* parent, const std::string& name)
+{
+    folder.parent = parent;
+    folder.name = name;
+    if (!parent)
+        return;
+    Folder*& child = parent->children[name];
+    if (child && child != &folder)
+        child->parent = nullptr;
+    child = &folder;
+}
+
+void CFolderTree::Detach(Folder& folder)
+{
+    if (Folder* const parent = std::exchange(folder.parent, nullptr))
+        parent->children.erase(folder.name);
 }
 
 // A folder and all below it have new paths.
@@ -122,8 +138,7 @@ void CFolderTree::Drop(Folder& folder, bool removeWatch)
 {
     while (!folder.children.empty())
         Drop(*folder.children.begin()->second, removeWatch);
-    if (folder.parent)
-        folder.parent->children.erase(folder.name);
+    Detach(folder);
     if (m_moving == &folder)
         m_moving = nullptr;
     if (removeWatch)
@@ -188,14 +203,11 @@ void CFolderTree::OnEvent(std::uint32_t mask, int watch, std::uint32_t cookie, c
         if (const auto child = folder.children.find(name); child != folder.children.end()) {
             m_moving = child->second;
             m_movingCookie = cookie;
-            folder.children.erase(child);
-            m_moving->parent = nullptr;
+            Detach(*m_moving);
         }
     } else if ((mask & IN_MOVED_TO) && isFolder && m_moving && cookie == m_movingCookie) {
         Folder& moved = *std::exchange(m_moving, nullptr);
-        moved.parent = &folder;
-        moved.name = name;
-        folder.children[name] = &moved;
+        Attach(moved, &folder, name);
         Announce(moved);
     } else if ((mask & (IN_CREATE | IN_MOVED_TO)) && isFolder) {
         Follow(&folder, name, Found::Later);

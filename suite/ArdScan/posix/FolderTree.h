@@ -45,14 +45,16 @@ private:
     struct Folder {
         int watch = -1;
         Folder* parent = nullptr;
-        std::string name; // of a root: its path
-        std::map<std::string, Folder*> children;
+        std::string name;                        // of a root: its path
+        std::map<std::string, Folder*> children; // each has this one as its parent
     };
     enum class Found { AtStart, Later };
 
     static bool Followable(const std::filesystem::path& folder, bool network);
     std::filesystem::path PathOf(const Folder& folder) const;
     void Follow(Folder* parent, const std::string& name, Found found);
+    static void Attach(Folder& folder, Folder* parent, const std::string& name);
+    static void Detach(Folder& folder);
     void Announce(const Folder& folder);
     void Drop(Folder& folder, bool removeWatch);
     void Rescan();
