@@ -23,7 +23,7 @@ namespace
 constexpr UINT kMessage = WM_APP + 1;
 constexpr UINT kDone = WM_APP + 2;
 constexpr DWORD kMoment = 20;      // for an answer that may be missed: it is asked for again
-constexpr DWORD kIdleSoon = 60000; // a thread of idle priority starves on a busy machine
+constexpr DWORD kIdleSoon = 120000; // a thread of idle priority starves on a busy machine
 
 KernelHandle OpenPlain(const WString& name)
 {
