@@ -312,8 +312,8 @@ TEST(Quarantine, AFileGoesInEncodedAndComesBackIdentical)
         SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL); // else the test's folders cannot be removed
     }
 
-    // Some hosts' libraries take a slash in front for a path of the host, where the store's copy still
-    // gets through.
+#ifndef _WIN32
+    // The library takes a slash in front for a path of the host; the store's copy still gets through.
     ASSERT_TRUE(SetCurrentDirectoryW(test.outside.PathW().c_str()));
     WString slashed = test.outside.PathW("other.txt").substr(2);
     std::replace(slashed.begin(), slashed.end(), TEXT('\\'), TEXT('/'));
@@ -321,6 +321,7 @@ TEST(Quarantine, AFileGoesInEncodedAndComesBackIdentical)
     EXPECT_EQ(1, test.store.RestoreFileW(encoded.c_str(), slashed.c_str(), true));
     EXPECT_EQ(content, ReadBytes(test.outside.HostPath("other.txt")));
     ASSERT_TRUE(SetCurrentDirectoryW(TEXT("C:\\"))); // a folder in use cannot be removed
+#endif
 
     WriteBytes(test.folder.HostPath("foreign.bin"), "not encoded");
     EXPECT_EQ(0, test.store.RestoreFileW(test.folder.PathW("foreign.bin").c_str(), other.c_str(), true));
