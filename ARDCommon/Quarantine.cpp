@@ -13,7 +13,7 @@ namespace
 
 constexpr std::uint32_t kScanLibraryVersion = 2;
 constexpr std::uint32_t kOnDemand = 0;
-constexpr int kNameAttempts = 8;
+constexpr int kNameAttempts = 32;
 
 WStringView View(LPCWSTR text)
 {
@@ -23,6 +23,13 @@ WStringView View(LPCWSTR text)
 bool IsEmpty(LPCWSTR text)
 {
     return text == nullptr || *text == 0;
+}
+
+// A file of that name is there, or is just being deleted by somebody else.
+bool IsNameTaken(DWORD error)
+{
+    return error == ERROR_ALREADY_EXISTS || error == ERROR_FILE_EXISTS || error == ERROR_ACCESS_DENIED ||
+           error == ERROR_SHARING_VIOLATION;
 }
 
 WString DateText(const SYSTEMTIME& time)
@@ -173,21 +180,23 @@ int CQuarantine::RenameEncodeFileW(LPCWSTR encodedFile, LPCWSTR sourcePath, LPCW
 bool CQuarantine::MoveIntoStore(const WString& encodedFile, WString& quarantinedName)
 {
     const WString file = VlFile::IsAbsolute(encodedFile) ? encodedFile : m_folder + TEXT("\\") + encodedFile;
+    QuarantineError error = QuarantineError::None;
     for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
         WCHAR unique[MAX_PATH] = {};
         if (GetTempFileNameW(m_folder.c_str(), TEXT(""), 0, unique) == 0) {
-            Fail(QuarantineError::NoUniqueName);
-            return false;
+            error = QuarantineError::NoUniqueName;
+        } else {
+            error = QuarantineError::Move;
+            DeleteFileW(unique);
+            if (MoveFileW(file.c_str(), unique)) {
+                quarantinedName = unique;
+                return true;
+            }
         }
-        DeleteFileW(unique);
-        if (MoveFileW(file.c_str(), unique)) {
-            quarantinedName = unique;
-            return true;
-        }
-        if (GetLastError() != ERROR_ALREADY_EXISTS && GetLastError() != ERROR_FILE_EXISTS)
+        if (!IsNameTaken(GetLastError()))
             break;
     }
-    Fail(QuarantineError::Move);
+    Fail(error);
     return false;
 }
 
