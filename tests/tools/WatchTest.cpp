@@ -179,8 +179,9 @@ TEST(Watch, EveryWatcherShowsEachDetectionAndOutlivesTheOthersAndTheService)
                {reinterpret_cast<const char*>(records.data()), records.size() * sizeof records[0]});
     const std::vector<std::string> all{"C:\\1", "C:\\2", "C:\\3"};
     Child first = Vlctl({"watch", "--json"});
+    ASSERT_TRUE(Watch(1)); // before there is a service
     Child second = VlctlOfAnother({"watch", "--json"});
-    ASSERT_TRUE(Watch(2)); // before there is a service
+    ASSERT_TRUE(Watch(2));
     ASSERT_TRUE(service.Start());
     ASSERT_TRUE(service.Reaches(SERVICE_RUNNING));
     WriteBytes(service.File("detect.go"), "");
