@@ -43,6 +43,19 @@ void ReportSanitizersTo(const std::string& path)
     }
 }
 
+// What a sanitizer reported to the file. Its search for leaks may also say that it could not read a
+// thread that was just ending, which is no finding.
+std::string Findings(const fs::path& report)
+{
+    std::istringstream text(ReadBytes(report));
+    std::string findings;
+    for (std::string line; std::getline(text, line);) {
+        if (line.find("Unable to get registers from thread") == std::string::npos)
+            findings += line + '\n';
+    }
+    return findings;
+}
+
 void DeleteTree(HKEY parent, const WCHAR* key, REGSAM view)
 {
     {
@@ -154,7 +167,7 @@ Installation::~Installation()
     CleanMachine();
     for (const auto& entry : fs::directory_iterator(m_folder.HostPath())) {
         if (entry.path().filename().string().starts_with(kSanitizerReport))
-            ADD_FAILURE() << ReadBytes(entry.path());
+            EXPECT_EQ(Findings(entry.path()), "");
     }
 }
 
