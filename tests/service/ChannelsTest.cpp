@@ -1,4 +1,4 @@
-// Programs that hear of detections and ask for exclusions, against the running service.
+// Programs that hear of detections, against the running service.
 #include "ARDCommon/NotifyFormat.h"
 #include "engine/ArdScanAbi.h"
 #include "platform/Text.h"
@@ -94,26 +94,4 @@ TEST(ServiceChannels, WithoutTheBroadcastTheServiceRuns)
     EXPECT_TRUE(Holds(service.Transcript(), {"20 * CreateEvent fails : NotifyEvent (00000006)"}));
     EXPECT_TRUE(Holds(service.Transcript(), {"40 .\\Detection.cpp RealTimeScanVirusCallBack: no instance "
                                              "CNotifySender! skip the detect event!"}));
-}
-
-TEST(ServiceChannels, ExclusionRequestsReachTheLibraryAlsoAfterARequesterIsKilled)
-{
-    Installation service;
-    service.Instruct("ASAddRemoveExceptionProcess", "hold", "1");
-    ASSERT_TRUE(service.Start());
-    ASSERT_TRUE(service.Reaches(SERVICE_RUNNING));
-    const auto calls = [&] { return service.Calls("ASAddRemoveExceptionProcess"); };
-    Child killed = Vlctl({"exclude", "77"});
-    ASSERT_TRUE(Eventually(20000, [&] { return calls().size() == 1; }));
-    killed.Kill();
-    EXPECT_EQ(killed.Wait(20000), 137);
-    WriteBytes(service.File("ASAddRemoveExceptionProcess.go"), "");
-    EXPECT_EQ(Vlctl({"exclude", "4294967295", "--timeout", "60"}).Wait(80000), 0);
-    EXPECT_EQ(Vlctl({"include", "78", "--timeout", "60"}).Wait(80000), 0);
-    ASSERT_TRUE(service.Control(SERVICE_CONTROL_STOP));
-    ASSERT_TRUE(service.Reaches(SERVICE_STOPPED));
-    Lines lines;
-    for (const Record& call : calls())
-        lines.push_back(call["handle"] + ' ' + call["processId"] + ' ' + call["add"]);
-    EXPECT_EQ(lines, (Lines{"true 77 1", "true 4294967295 1", "true 78 0"}));
 }

@@ -166,8 +166,9 @@ Installation::~Installation()
     Unregister();
     CleanMachine();
     for (const auto& entry : fs::directory_iterator(m_folder.HostPath())) {
-        if (entry.path().filename().string().starts_with(kSanitizerReport))
+        if (entry.path().filename().string().starts_with(kSanitizerReport)) {
             EXPECT_EQ(Findings(entry.path()), "");
+        }
     }
 }
 

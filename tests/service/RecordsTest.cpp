@@ -251,33 +251,6 @@ TEST(ServiceRecords, AnIniFileOfAnyBytesIsSurvived)
     }
 }
 
-TEST(ServiceRecords, ADetectionBecomesItsLineOfTheVirusLog)
-{
-    Installation service;
-    AsDetectionRecord hidden = Detection(TEXT("Hidden"), TEXT("C:\\h"));
-    hidden.noLog = 1;
-    AsDetectionRecord full = Detection({}, {});
-    std::fill(std::begin(full.threatName), std::end(full.threatName), WCHAR('t'));
-    std::fill(std::begin(full.infectedPath), std::end(full.infectedPath), WCHAR('p'));
-    const Lines lines =
-        LogOf(service,
-              {Detection(TEXT("Eicar"), TEXT("C:\\a b\x00E9")), Detection(TEXT("Boot"), TEXT("C:")),
-               Detection(TEXT("Zip"), TEXT("C:\\z.zip"), TEXT("in.exe")), Detection({}, {}, TEXT("only")),
-               Detection({}, {}), Detection({}, TEXT("C:\\n")), hidden, full},
-              7);
-    const std::string tail = "|7|1|-1|2";
-    const std::multiset<std::string> expected{"01048576|00000001|2|1|Eicar|C:\\a b\xC3\xA9" + tail,
-                                              "01048576|00000001|2|0|Boot|C:" + tail,
-                                              "01048576|00000001|2|1|Zip|C:\\z.zip (in.exe)" + tail,
-                                              "01048576|00000001|2|1|---|only" + tail,
-                                              "01048576|00000001|2|1|---|" + tail,
-                                              "01048576|00000001|2|1||C:\\n" + tail,
-                                              "01048576|00000001|2|1|" + std::string(132, 't') + '|' +
-                                                  std::string(260, 'p') + tail};
-    EXPECT_EQ(std::multiset<std::string>(lines.begin(), lines.end()), expected);
-    EXPECT_EQ(service.Calls("detected").size(), 8u);
-}
-
 TEST(ServiceRecords, ManyDetectionsAtOnceAreWholeLines)
 {
     for (const char* slot : {"1", "2"}) {
