@@ -22,7 +22,7 @@ BOOL Modify(HANDLE handle, Operation operation) noexcept
     const auto event = Pin<EventObject>(handle);
     if (!event || !event->Grants(EVENT_MODIFY_STATE))
         return FALSE;
-    operation(event->Event());
+    operation(event->Get());
     return TRUE;
 }
 

@@ -52,6 +52,40 @@ private:
     const std::shared_ptr<NamedBlock> m_block; // null without a name
 };
 
+// An object that is nothing but its state, which lies in its block, or in itself without a name. Waits see
+// it through W(state, parameter, shared).
+template <typename W, typename State, ObjectKind ItsKind, DWORD AllAccess>
+class StateObject final : public NamedObject
+{
+public:
+    static constexpr ObjectKind kKind = ItsKind;
+    static constexpr DWORD kAllAccess = AllAccess;
+
+    template <typename Initial>
+    static void Initialise(void* state, const Initial& initial) noexcept
+    {
+        MakeState<State>(state, initial);
+    }
+
+    template <typename Initial>
+    StateObject(std::uint32_t parameter, const Initial& initial) noexcept
+        : NamedObject(kKind, nullptr, kAllAccess), m_own(initial), m_waitable(m_own, parameter, false)
+    {
+    }
+    StateObject(const std::shared_ptr<NamedBlock>& block, DWORD access) noexcept
+        : NamedObject(kKind, block, access), m_waitable(*static_cast<State*>(block->State()), block->Parameter(), true)
+    {
+    }
+
+    W& Get() noexcept { return m_waitable; }
+
+private:
+    Waitable& Wait() noexcept override { return m_waitable; }
+
+    State m_own{};
+    W m_waitable;
+};
+
 inline HANDLE InsertNamed(std::unique_ptr<Object> object) noexcept
 {
     if (object)

@@ -96,7 +96,7 @@ BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LPLONG previous)
         return FALSE;
     }
     std::uint32_t before = 0;
-    if (!object->Semaphore().Release(static_cast<std::uint32_t>(count), before)) {
+    if (!object->Get().Release(static_cast<std::uint32_t>(count), before)) {
         SetLastError(ERROR_TOO_MANY_POSTS);
         return FALSE;
     }

@@ -14,7 +14,7 @@ namespace vlt::posix
 // In private memory or in a file mapped by several processes. A process killed in a wait leaves itself
 // counted: that costs wake-ups, no more.
 struct SemaphoreState {
-    explicit SemaphoreState(std::uint32_t initial) noexcept : count(initial) {}
+    explicit SemaphoreState(std::uint32_t initial = 0) noexcept : count(initial) {}
 
     std::atomic<std::uint32_t> count; // the futex word
     std::atomic<std::uint32_t> waiters{0};
@@ -50,31 +50,7 @@ private:
     const bool m_shared;
 };
 
-class SemaphoreObject final : public NamedObject
-{
-public:
-    static constexpr ObjectKind kKind = ObjectKind::Semaphore;
-    static constexpr DWORD kAllAccess = SEMAPHORE_ALL_ACCESS;
-    static void Initialise(void* state, std::uint32_t count) noexcept { MakeState<SemaphoreState>(state, count); }
-
-    // The parameter, which a named semaphore's block keeps, is the maximum.
-    SemaphoreObject(std::uint32_t maximum, std::uint32_t initial) noexcept
-        : NamedObject(kKind, nullptr, kAllAccess), m_own(initial), m_waitable(m_own, maximum, false)
-    {
-    }
-    SemaphoreObject(const std::shared_ptr<NamedBlock>& block, DWORD access) noexcept
-        : NamedObject(kKind, block, access), m_own(0),
-          m_waitable(*static_cast<SemaphoreState*>(block->State()), block->Parameter(), true)
-    {
-    }
-
-    SemaphoreWaitable& Semaphore() noexcept { return m_waitable; }
-
-private:
-    Waitable& Wait() noexcept override { return m_waitable; }
-
-    SemaphoreState m_own;
-    SemaphoreWaitable m_waitable;
-};
+// The parameter, which a named semaphore's block keeps, is the maximum.
+using SemaphoreObject = StateObject<SemaphoreWaitable, SemaphoreState, ObjectKind::Semaphore, SEMAPHORE_ALL_ACCESS>;
 
 } // namespace vlt::posix

@@ -78,7 +78,7 @@ std::uint64_t DueMoment(std::int64_t due) noexcept
 
 HANDLE CreateWaitableTimerW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, LPCWSTR name)
 {
-    return CreateNamed<TimerObject>(security, name, manualReset != FALSE, TimerObject::NotSet());
+    return CreateNamed<TimerObject>(security, name, manualReset != FALSE, TimerState::NotSet());
 }
 
 HANDLE OpenWaitableTimerW(DWORD access, BOOL inherit, LPCWSTR name)
@@ -102,7 +102,7 @@ BOOL SetWaitableTimer(HANDLE timer, const LARGE_INTEGER* due, LONG period, PTIME
         SetLastError(ERROR_NOT_SUPPORTED);
         return FALSE;
     }
-    object->Timer().Set(DueMoment(due->QuadPart), static_cast<std::uint32_t>(period));
+    object->Get().Set(DueMoment(due->QuadPart), static_cast<std::uint32_t>(period));
     return TRUE;
 }
 
@@ -111,6 +111,6 @@ BOOL CancelWaitableTimer(HANDLE timer)
     const auto object = Pin<TimerObject>(timer);
     if (!object || !object->Grants(TIMER_MODIFY_STATE))
         return FALSE;
-    object->Timer().Cancel();
+    object->Get().Cancel();
     return TRUE;
 }

@@ -36,33 +36,7 @@ private:
     const bool m_shared;
 };
 
-class TimerObject final : public NamedObject
-{
-public:
-    static constexpr ObjectKind kKind = ObjectKind::Timer;
-    static constexpr DWORD kAllAccess = TIMER_ALL_ACCESS;
-    struct NotSet {
-    };
-    static void Initialise(void* state, NotSet) noexcept { MakeState<TimerState>(state); }
-
-    // The parameter, which a named timer's block keeps, says whether it is a manual-reset one.
-    TimerObject(std::uint32_t manualReset, NotSet) noexcept
-        : NamedObject(kKind, nullptr, kAllAccess), m_waitable(m_own, manualReset != 0, false)
-    {
-    }
-    TimerObject(const std::shared_ptr<NamedBlock>& block, DWORD access) noexcept
-        : NamedObject(kKind, block, access),
-          m_waitable(*static_cast<TimerState*>(block->State()), block->Parameter() != 0, true)
-    {
-    }
-
-    TimerWaitable& Timer() noexcept { return m_waitable; }
-
-private:
-    Waitable& Wait() noexcept override { return m_waitable; }
-
-    TimerState m_own;
-    TimerWaitable m_waitable;
-};
+// The parameter, which a named timer's block keeps, says whether it is a manual-reset one.
+using TimerObject = StateObject<TimerWaitable, TimerState, ObjectKind::Timer, TIMER_ALL_ACCESS>;
 
 } // namespace vlt::posix

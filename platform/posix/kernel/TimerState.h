@@ -19,7 +19,9 @@ namespace vlt::posix
 class TimerState
 {
 public:
-    TimerState() noexcept = default;
+    struct NotSet {
+    };
+    explicit TimerState(NotSet = {}) noexcept {}
 
     // Times are those of MonotonicNow.
     // Signalled at `now`; taken as the kind demands.
