@@ -74,6 +74,7 @@ enum AsInitReason : std::uint32_t {
 enum AsReloadKind : std::uint32_t {
     AS_RELOAD_VIRUS = 1,
     AS_RELOAD_SPYWARE = 2,
+    AS_RELOAD_PACKER = 4,
     AS_RELOAD_ALL = 7,
 };
 

@@ -1,6 +1,6 @@
 #include "suite/ArdScan/EncodedFormat.h"
 
-#include "suite/ArdScan/Bytes.h"
+#include "suite/Common/Bytes.h"
 
 #include <algorithm>
 #include <cstring>

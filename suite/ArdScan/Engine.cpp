@@ -1,7 +1,7 @@
 #include "suite/ArdScan/Engine.h"
 
 #include "platform/Text.h"
-#include "suite/ArdScan/PatternFolder.h"
+#include "suite/ArdScan/PatternLoad.h"
 
 #include <fstream>
 #include <iterator>

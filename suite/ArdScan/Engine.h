@@ -12,10 +12,6 @@
 namespace vlt::scan
 {
 
-constexpr std::uint32_t EngineMajor = 8;
-constexpr std::uint32_t EngineMinor = 550;
-constexpr std::uint32_t EngineBuild = 1001;
-
 // All methods may be called from any thread. Those that change monitoring or patterns run one at a time
 // and refuse, with AS_E_STATE, to be called from a callback: they would wait for the callback to end.
 class CEngine

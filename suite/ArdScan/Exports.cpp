@@ -3,7 +3,8 @@
 #include "suite/ArdScan/Engine.h"
 
 #include "platform/Text.h"
-#include "suite/ArdScan/PatternFolder.h"
+#include "suite/Common/EngineFacts.h"
+#include "suite/Common/PatternFolder.h"
 
 #include <algorithm>
 #include <cstring>

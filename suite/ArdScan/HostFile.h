@@ -4,8 +4,8 @@
 #pragma once
 
 #include "suite/ArdScan/FileFacts.h"
-#include "suite/ArdScan/HostPath.h"
 #include "suite/ArdScan/PatternSet.h"
+#include "suite/Common/HostPath.h"
 
 #include <compare>
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "suite/ArdScan/Matcher.h"
 
-#include "suite/ArdScan/PatternFile.h"
+#include "suite/Common/PatternFile.h"
 
 #include <algorithm>
 #include <map>

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "suite/ArdScan/Matcher.h"
-#include "suite/ArdScan/PatternFile.h"
 #include "suite/ArdScan/Sha256.h"
+#include "suite/Common/PatternFile.h"
 
 #include <functional>
 #include <memory>

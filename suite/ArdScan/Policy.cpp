@@ -1,7 +1,8 @@
 #include "suite/ArdScan/Policy.h"
 
 #include "platform/Text.h"
-#include "suite/ArdScan/HostPath.h"
+#include "suite/Common/EngineFacts.h"
+#include "suite/Common/HostPath.h"
 
 #include <algorithm>
 
@@ -9,12 +10,6 @@ namespace vlt::scan
 {
 namespace
 {
-
-constexpr WCHAR DefaultList[] = TEXT(
-    ";BAT;BIN;CAB;CHM;CLA;CMD;COM;CPL;CSC;DLL;DOC;DOCM;DOCX;DOT;DRV;EML;EXE;HLP;HTA;HTM;HTML;INF;JAR;JS;JSE;LNK;")
-    TEXT(
-        "MDB;MPP;MSG;MSI;MSO;OCX;PDF;PHP;PIF;PL;POT;PPS;PPT;PPTX;PRC;PS1;PY;RAR;REG;RTF;SCR;SH;SHS;SO;SWF;SYS;VBE;VBS;")
-        TEXT("VSD;VXD;WBS;WML;WSF;WSH;XLA;XLS;XLSM;XLSX;XLT;XML;ZIP");
 
 bool IsSeparator(WCHAR unit)
 {
@@ -34,7 +29,8 @@ WStringView ExtensionOf(WStringView path)
 
 WStringView DefaultExtensions()
 {
-    return DefaultList;
+    static const WString list(std::begin(DefaultExtensionList), std::end(DefaultExtensionList) - 1);
+    return list;
 }
 
 CExtensionList::CExtensionList(WStringView list)

@@ -3,10 +3,10 @@
 #pragma once
 
 #include "suite/ArdScan/Actions.h"
-#include "suite/ArdScan/HostPath.h"
 #include "suite/ArdScan/Policy.h"
 #include "suite/ArdScan/ProcessList.h"
 #include "suite/ArdScan/Status.h"
+#include "suite/Common/HostPath.h"
 
 #include <atomic>
 #include <memory>

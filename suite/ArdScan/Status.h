@@ -4,7 +4,7 @@
 #pragma once
 
 #include "engine/ArdScanAbi.h"
-#include "suite/ArdScan/HostPath.h"
+#include "suite/Common/HostPath.h"
 
 #include <array>
 #include <atomic>

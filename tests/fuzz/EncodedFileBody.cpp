@@ -1,7 +1,7 @@
 #include "tests/fuzz/EncodedFileBody.h"
 
-#include "suite/ArdScan/Bytes.h"
 #include "suite/ArdScan/EncodedFormat.h"
+#include "suite/Common/Bytes.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "suite/ArdScan/PatternFolder.h"
+#include "suite/ArdScan/PatternLoad.h"
 
 #include "engine/ArdScanAbi.h"
 #include "tests/fuzz/PatternFileBody.h"

@@ -1,6 +1,6 @@
 #include "suite/ArdScan/Policy.h"
-#include "suite/ArdScan/HostPath.h"
 #include "suite/ArdScan/Ini.h"
+#include "suite/Common/HostPath.h"
 
 #include <gtest/gtest.h>
 

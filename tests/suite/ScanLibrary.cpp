@@ -1,8 +1,5 @@
 #include "tests/suite/ScanLibrary.h"
 
-#include "platform/Text.h"
-#include "tools/ptfc/SignatureText.h"
-
 #include <gtest/gtest.h>
 
 namespace vlt::test
@@ -35,13 +32,7 @@ ScanLibrary::ScanLibrary(const std::string& ini)
 {
     WritePatterns("ptf$qrv.001", std::string("version 100\nhex Test-Virus ") + Hex(ThreatText) + "\n");
     WriteBytes(m_folder.HostPath("ArdScan.ini"), ini);
-    const auto path = ProductFolder() / "ArdScan.dll";
-#ifdef _WIN32
-    m_module = LoadLibraryW(path.c_str());
-#else
-    m_module = LoadLibraryW((TEXT("Z:") + ToWide(path.string())).c_str());
-#endif
-    EXPECT_NE(m_module, nullptr);
+    m_module = LoadBuilt("ArdScan.dll");
     const WString folder = m_folder.PathW() + TEXT("\\");
     AsInitRecord record{};
     record.appFolder = record.patternFolder = folder.c_str();
@@ -54,12 +45,11 @@ ScanLibrary::~ScanLibrary()
 {
     HoldCallbacks(false);
     EXPECT_EQ(Entry<ASDeInitScan_t>("ASDeInitScan")(m_handle), 1);
-    FreeLibrary(m_module);
 }
 
 void* ScanLibrary::Find(const char* name) const
 {
-    void* entry = reinterpret_cast<void*>(GetProcAddress(m_module, name));
+    void* entry = reinterpret_cast<void*>(GetProcAddress(m_module.Get(), name));
     EXPECT_NE(entry, nullptr) << name;
     return entry;
 }
@@ -94,11 +84,7 @@ bool ScanLibrary::Stop() const
 
 void ScanLibrary::WritePatterns(const char* name, const std::string& signatures) const
 {
-    std::string error;
-    const auto file = scan::ParseSignatures(signatures, error);
-    ASSERT_TRUE(file) << error;
-    const auto bytes = scan::WritePatternFile(*file);
-    WriteBytes(m_folder.HostPath(name), {reinterpret_cast<const char*>(bytes->data()), bytes->size()});
+    WritePattern(m_folder, name, signatures);
 }
 
 std::string ScanLibrary::StatusText() const

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "engine/ArdScanAbi.h"
-#include "tests/support/Support.h"
+#include "tests/suite/Patterns.h"
 
 #include <condition_variable>
 #include <mutex>
@@ -23,7 +23,6 @@ public:
     explicit ScanLibrary(const std::string& ini = {});
     ~ScanLibrary();
 
-    HMODULE Module() const { return m_module; }
     AsHandle Handle() const { return m_handle; }
     const TempFolder& Folder() const { return m_folder; }
 
@@ -52,7 +51,7 @@ private:
     static void CALLBACK OnDetection(void* context, const AsDetectionRecord* record);
 
     TempFolder m_folder;
-    HMODULE m_module = nullptr;
+    LibraryHandle m_module;
     AsHandle m_handle = nullptr;
     mutable std::mutex m_lock;
     std::condition_variable m_released;

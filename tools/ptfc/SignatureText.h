@@ -8,7 +8,7 @@
 //     # comment; "\" at the end of a line joins the next
 #pragma once
 
-#include "suite/ArdScan/PatternFile.h"
+#include "suite/Common/PatternFile.h"
 
 #include <string>
 #include <string_view>

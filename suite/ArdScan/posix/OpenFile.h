@@ -1,7 +1,7 @@
 // What the kernel says of an open file.
 #pragma once
 
-#include "suite/ArdScan/HostPath.h"
+#include "suite/Common/HostPath.h"
 
 #include <array>
 #include <cstdio>

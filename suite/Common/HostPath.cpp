@@ -1,4 +1,4 @@
-#include "suite/ArdScan/HostPath.h"
+#include "suite/Common/HostPath.h"
 
 namespace vlt::scan
 {

@@ -1,4 +1,4 @@
-#include "suite/ArdScan/HostPath.h"
+#include "suite/Common/HostPath.h"
 
 #include "platform/posix/core/Utf.h"
 #include "platform/posix/file/Path.h"
