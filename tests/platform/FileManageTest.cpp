@@ -63,7 +63,7 @@ TEST(FileManageTest, MovesButNeverOver)
     EXPECT_FALSE(Exists(a));
 
     // A change of case alone; a folder with what is in it.
-    EXPECT_TRUE(MoveFileW(b.c_str(), folder.PathW("B.txt").c_str()));
+    EXPECT_TRUE(MoveFileA(vlt::ToNarrow(b).c_str(), vlt::ToNarrow(folder.PathW("B.txt")).c_str()));
     EXPECT_EQ(ReadBytes(folder.HostPath("B.txt")), "a");
     ASSERT_TRUE(CreateDirectoryW(folder.PathW("d").c_str(), nullptr));
     WriteBytes(folder.HostPath("d/inside"), "i");
@@ -84,7 +84,7 @@ TEST(FileManageTest, CopiesWithAttributes)
     EXPECT_EQ(ReadBytes(folder.HostPath("b")), contents);
     EXPECT_FAILS(CopyFileW(a.c_str(), b.c_str(), TRUE), ERROR_FILE_EXISTS);
     WriteBytes(folder.HostPath("a"), "short");
-    EXPECT_TRUE(CopyFileW(a.c_str(), b.c_str(), FALSE));
+    EXPECT_TRUE(CopyFileA(vlt::ToNarrow(a).c_str(), vlt::ToNarrow(b).c_str(), FALSE));
     EXPECT_EQ(ReadBytes(folder.HostPath("b")), "short");
     EXPECT_FAILS(CopyFileW(a.c_str(), a.c_str(), FALSE), ERROR_SHARING_VIOLATION);
     EXPECT_EQ(ReadBytes(folder.HostPath("a")), "short");
@@ -96,7 +96,8 @@ TEST(FileManageTest, CopiesWithAttributes)
     EXPECT_FAILS(CopyFileW(b.c_str(), folder.PathW("r").c_str(), FALSE), ERROR_ACCESS_DENIED);
     EXPECT_FAILS(MoveFileExW(b.c_str(), folder.PathW("r").c_str(), MOVEFILE_REPLACE_EXISTING), ERROR_ACCESS_DENIED);
 #endif
-    EXPECT_TRUE(SetFileAttributesW(folder.PathW("r").c_str(), FILE_ATTRIBUTE_NORMAL));
+    EXPECT_TRUE(SetFileAttributesA(vlt::ToNarrow(folder.PathW("r")).c_str(), FILE_ATTRIBUTE_NORMAL));
+    EXPECT_EQ(GetFileAttributesW(folder.PathW("r").c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
     EXPECT_TRUE(SetFileAttributesW(a.c_str(), FILE_ATTRIBUTE_NORMAL));
 }
 

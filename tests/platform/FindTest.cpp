@@ -57,6 +57,22 @@ TEST(FindTest, FindsByPatternIgnoringCase)
     EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
 }
 
+TEST(FindTest, NarrowNames)
+{
+    const TempFolder folder;
+    for (const char* name : {"a$b.001", "a$b.002", "rb_a$b.001"})
+        WriteBytes(folder.HostPath(name), std::string(70'000, 'x'));
+    WIN32_FIND_DATAA data;
+    const vlt::FindHandle find(FindFirstFileA(vlt::ToNarrow(folder.PathW("A$b.*")).c_str(), &data));
+    ASSERT_TRUE(find);
+    EXPECT_STREQ(data.cFileName, "a$b.001");
+    EXPECT_EQ(data.nFileSizeLow, 70'000u);
+    EXPECT_EQ(data.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY), 0u);
+    EXPECT_TRUE(FindNextFileA(find.Get(), &data));
+    EXPECT_STREQ(data.cFileName, "a$b.002");
+    EXPECT_FAILS(FindNextFileA(find.Get(), &data), ERROR_NO_MORE_FILES);
+}
+
 TEST(FindTest, TellsSizeAttributesAndTime)
 {
     const TempFolder folder;

@@ -111,6 +111,13 @@ TEST_F(PathTest, FullAndShortNames)
     EXPECT_TRUE(Exists(buffer));
     EXPECT_GT(GetShortPathNameW(m_folder.PathW("File.TXT").c_str(), buffer, 2), 2u);
     EXPECT_FAILS(GetShortPathNameW(m_folder.PathW("none").c_str(), buffer, MAX_PATH), ERROR_FILE_NOT_FOUND);
+    char narrow[MAX_PATH] = {};
+    const std::string file = vlt::ToNarrow(m_folder.PathW("File.TXT"));
+    const DWORD length = GetShortPathNameA(file.c_str(), narrow, MAX_PATH);
+    EXPECT_EQ(length, std::string(narrow).size());
+    EXPECT_TRUE(Exists(vlt::ToWide(narrow)));
+    EXPECT_GT(GetShortPathNameA(file.c_str(), narrow, 2), 2u);
+    EXPECT_FAILS(GetShortPathNameA((file + "none").c_str(), narrow, MAX_PATH), ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(GetDriveTypeW(TEXT("C:\\")), DRIVE_FIXED);
     EXPECT_EQ(GetDriveTypeA("Q:\\"), DRIVE_NO_ROOT_DIR);
 }

@@ -1,5 +1,4 @@
 #include "platform/posix/core/Error.h"
-#include "platform/posix/core/Utf.h"
 #include "platform/posix/file/FileObject.h"
 #include "platform/posix/win32/file.h"
 
@@ -47,11 +46,6 @@ DWORD GetFileAttributesW(LPCWSTR path)
 {
     const auto entry = FindEntry(path);
     return entry ? entry->attributes : INVALID_FILE_ATTRIBUTES;
-}
-
-DWORD GetFileAttributesA(LPCSTR path)
-{
-    return GetFileAttributesW(path ? Utf16FromUtf8(path).c_str() : nullptr);
 }
 
 BOOL SetFileAttributesW(LPCWSTR path, DWORD attributes)

@@ -1,5 +1,4 @@
 #include "platform/posix/core/Error.h"
-#include "platform/posix/core/Utf.h"
 #include "platform/posix/file/FileObject.h"
 #include "platform/posix/win32/file.h"
 
@@ -51,11 +50,6 @@ BOOL CreateDirectoryW(LPCWSTR text, LPSECURITY_ATTRIBUTES)
     if (mkdir(found.host.c_str(), 0777) == 0)
         return TRUE;
     return Fail(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
-}
-
-BOOL CreateDirectoryA(LPCSTR path, LPSECURITY_ATTRIBUTES security)
-{
-    return CreateDirectoryW(path ? Utf16FromUtf8(path).c_str() : nullptr, security);
 }
 
 BOOL RemoveDirectoryW(LPCWSTR path)

@@ -1,7 +1,7 @@
 // Deleting, moving and copying.
 #include "platform/posix/core/Error.h"
-#include "platform/posix/core/Utf.h"
 #include "platform/posix/file/FileObject.h"
+#include "platform/posix/file/PendingMoves.h"
 #include "platform/posix/file/ShareLock.h"
 #include "platform/posix/win32/file.h"
 
@@ -189,11 +189,6 @@ BOOL DeleteFileW(LPCWSTR path)
     return ChangeName(*entry, [&entry] { return Checked(unlink(entry->host.c_str()) == 0); });
 }
 
-BOOL DeleteFileA(LPCSTR path)
-{
-    return DeleteFileW(path ? Utf16FromUtf8(path).c_str() : nullptr);
-}
-
 BOOL MoveFileW(LPCWSTR from, LPCWSTR to)
 {
     return Move(from, to, MOVEFILE_COPY_ALLOWED);
@@ -201,10 +196,13 @@ BOOL MoveFileW(LPCWSTR from, LPCWSTR to)
 
 BOOL MoveFileExW(LPCWSTR from, LPCWSTR to, DWORD flags)
 {
-    // MOVEFILE_DELAY_UNTIL_REBOOT is not in the subset yet.
-    if ((flags & ~(MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED)) != 0)
+    if ((flags & ~(MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED | MOVEFILE_DELAY_UNTIL_REBOOT)) != 0)
         return Fail(ERROR_NOT_SUPPORTED);
-    return Move(from, to, flags);
+    if ((flags & MOVEFILE_DELAY_UNTIL_REBOOT) == 0)
+        return Move(from, to, flags);
+    if ((flags & MOVEFILE_COPY_ALLOWED) != 0)
+        return Fail(ERROR_INVALID_PARAMETER);
+    return AddPendingMove(from, to, (flags & MOVEFILE_REPLACE_EXISTING) != 0);
 }
 
 BOOL CopyFileW(LPCWSTR from, LPCWSTR to, BOOL failIfExists)

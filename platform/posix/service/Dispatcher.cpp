@@ -2,6 +2,7 @@
 
 #include "platform/posix/core/Error.h"
 #include "platform/posix/core/Utf.h"
+#include "platform/posix/file/PendingMoves.h"
 #include "platform/posix/service/ControlChannel.h"
 
 #include <cerrno>
@@ -170,6 +171,7 @@ DWORD Dispatcher::Start(LPSERVICE_MAIN_FUNCTIONW main)
     // Programs that the service starts are not the service.
     unsetenv("VLT_SERVICE");
     unsetenv("VLT_SERVICE_CHANNEL");
+    CarryOutPendingMoves();
     const int failed = pthread_create(&m_thread, nullptr, MainThread, this);
     return failed ? ErrorFromErrno(failed) : ERROR_SUCCESS;
 }

@@ -52,6 +52,20 @@ struct WIN32_FIND_DATAW {
 };
 using LPWIN32_FIND_DATAW = WIN32_FIND_DATAW*;
 
+struct WIN32_FIND_DATAA {
+    DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+    DWORD dwReserved0;
+    DWORD dwReserved1;
+    CHAR cFileName[MAX_PATH];
+    CHAR cAlternateFileName[14];
+};
+using LPWIN32_FIND_DATAA = WIN32_FIND_DATAA*;
+
 VLT_API HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD disposition,
                            DWORD attributes, HANDLE templateFile);
 VLT_API HANDLE CreateFileA(LPCSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD disposition,
@@ -64,11 +78,17 @@ VLT_API BOOL FlushFileBuffers(HANDLE file);
 VLT_API DWORD GetFileAttributesW(LPCWSTR path);
 VLT_API DWORD GetFileAttributesA(LPCSTR path);
 VLT_API BOOL SetFileAttributesW(LPCWSTR path, DWORD attributes);
+VLT_API BOOL SetFileAttributesA(LPCSTR path, DWORD attributes);
 VLT_API BOOL DeleteFileW(LPCWSTR path);
 VLT_API BOOL DeleteFileA(LPCSTR path);
 VLT_API BOOL MoveFileW(LPCWSTR from, LPCWSTR to);
+VLT_API BOOL MoveFileA(LPCSTR from, LPCSTR to);
+// With MOVEFILE_DELAY_UNTIL_REBOOT the move, or without a target the deletion, is only put down, and
+// carried out before the first service that starts after the system has.
 VLT_API BOOL MoveFileExW(LPCWSTR from, LPCWSTR to, DWORD flags);
+VLT_API BOOL MoveFileExA(LPCSTR from, LPCSTR to, DWORD flags);
 VLT_API BOOL CopyFileW(LPCWSTR from, LPCWSTR to, BOOL failIfExists);
+VLT_API BOOL CopyFileA(LPCSTR from, LPCSTR to, BOOL failIfExists);
 VLT_API BOOL CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES security);
 VLT_API BOOL CreateDirectoryA(LPCSTR path, LPSECURITY_ATTRIBUTES security);
 VLT_API BOOL RemoveDirectoryW(LPCWSTR path);
@@ -78,10 +98,13 @@ VLT_API UINT GetTempFileNameW(LPCWSTR folder, LPCWSTR prefix, UINT unique, LPWST
 VLT_API DWORD GetTempPathW(DWORD size, LPWSTR buffer);
 VLT_API DWORD GetFullPathNameW(LPCWSTR path, DWORD size, LPWSTR buffer, LPWSTR* filePart);
 VLT_API DWORD GetShortPathNameW(LPCWSTR path, LPWSTR buffer, DWORD size);
+VLT_API DWORD GetShortPathNameA(LPCSTR path, LPSTR buffer, DWORD size);
 VLT_API UINT GetDriveTypeA(LPCSTR root);
 VLT_API UINT GetDriveTypeW(LPCWSTR root);
 VLT_API HANDLE FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data);
 VLT_API BOOL FindNextFileW(HANDLE find, LPWIN32_FIND_DATAW data);
+VLT_API HANDLE FindFirstFileA(LPCSTR pattern, LPWIN32_FIND_DATAA data);
+VLT_API BOOL FindNextFileA(HANDLE find, LPWIN32_FIND_DATAA data);
 VLT_API BOOL FindClose(HANDLE find);
 
 VLT_API DWORD GetPrivateProfileStringW(LPCWSTR section, LPCWSTR key, LPCWSTR fallback, LPWSTR buffer, DWORD size,

@@ -1,0 +1,215 @@
+// Moves that wait for the next start of the system.
+#include "tests/platform/Fails.h"
+#include "tests/platform/RegistryTest.h"
+#include "tests/platform/ServiceTest.h"
+#ifndef _WIN32
+#include "platform/posix/core/MachineRoot.h"
+#include "platform/posix/file/PendingMoves.h"
+#include <cstdlib>
+#endif
+
+using namespace vlt;
+using namespace vlt::test;
+
+namespace
+{
+
+constexpr WCHAR kValue[] = TEXT("PendingFileRenameOperations");
+
+RegKey ListKey()
+{
+    return Create(HKEY_LOCAL_MACHINE, TEXT("SYSTEM\\CurrentControlSet\\Control\\Session Manager"),
+                  KEY_READ | KEY_WRITE);
+}
+
+std::string Bytes(const WString& text)
+{
+    return std::string(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(WCHAR));
+}
+
+TEST(PendingMoves, ArePutDownInTheRegistry)
+{
+    const TempFolder folder;
+    WriteBytes(folder.HostPath("a"), "a");
+    const WString a = folder.PathW("a");
+    const RegKey key = ListKey();
+    const std::string before = Get(key.Get(), kValue);
+    const bool wasThere = before[0] != '<';
+    EXPECT_TRUE(MoveFileExA(ToNarrow(a).c_str(), ToNarrow(folder.PathW("b")).c_str(),
+                            MOVEFILE_REPLACE_EXISTING | MOVEFILE_DELAY_UNTIL_REBOOT));
+    EXPECT_TRUE(MoveFileExW(a.c_str(), folder.PathW("c").c_str(), MOVEFILE_DELAY_UNTIL_REBOOT));
+    EXPECT_TRUE(MoveFileExW(a.c_str(), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT));
+    const WString end(1, TEXT('\0'));
+    const WString native = TEXT("\\??\\") + a + end;
+    const WString expected = native + TEXT("!\\??\\") + folder.PathW("b") + end + native + TEXT("\\??\\") +
+                             folder.PathW("c") + end + native + end + end;
+    EXPECT_EQ((wasThere ? before.substr(0, before.size() - sizeof(WCHAR)) : "") + Bytes(expected),
+              Get(key.Get(), kValue));
+    EXPECT_EQ("a", ReadBytes(folder.HostPath("a")));
+    if (wasThere)
+        Set(key.Get(), kValue, before, REG_MULTI_SZ);
+    else
+        RegDeleteValueW(key.Get(), kValue);
+}
+
+#ifndef _WIN32
+
+class NextBoot : public testing::Test
+{
+protected:
+    NextBoot() { Boot("first"); }
+
+    void Boot(const char* id)
+    {
+        WriteBytes(m_id, id);
+        setenv("VLT_BOOT_ID", m_id.c_str(), 1);
+    }
+    void File(const char* name, const char* content) { WriteBytes(m_folder.HostPath(name), content); }
+    std::string Content(const char* name) { return ReadBytes(m_folder.HostPath(name)); }
+    bool Move(const char* from, const char* to, DWORD flags = MOVEFILE_REPLACE_EXISTING)
+    {
+        const WString target = to ? m_folder.PathW(to) : WString();
+        return MoveFileExW(m_folder.PathW(from).c_str(), to ? target.c_str() : nullptr,
+                           flags | MOVEFILE_DELAY_UNTIL_REBOOT) != FALSE;
+    }
+    // Lines of the event log that report a failed move.
+    static std::size_t Reports()
+    {
+        const std::string log = ReadBytes(posix::MachineFolder("eventlog") + "/application.jsonl");
+        std::size_t count = 0;
+        for (std::size_t at = log.find("Session Manager"); at != log.npos; at = log.find("Session Manager", at + 1))
+            ++count;
+        return count;
+    }
+    static std::string List() { return Get(ListKey().Get(), kValue); }
+
+    TempFolder m_folder;
+    std::string m_id = m_folder.HostPath("boot").string();
+};
+
+TEST_F(NextBoot, CarriesTheListOutInOrderAndOnce)
+{
+    for (const char* name : {"new", "old", "spare", "doomed", "fixed", "clash"})
+        File(name, name);
+    std::filesystem::permissions(m_folder.HostPath("old"), std::filesystem::perms::owner_read);
+    EXPECT_TRUE(Move("old", "kept", 0));
+    EXPECT_TRUE(Move("new", "old"));
+    EXPECT_TRUE(Move("gone", "fixed"));
+    EXPECT_TRUE(Move("doomed", nullptr));
+    EXPECT_TRUE(Move("clash", "fixed", 0)); // fails: the target is there
+    EXPECT_TRUE(Move("spare", "fixed"));
+    EXPECT_FAILS(Move("spare", "x", MOVEFILE_COPY_ALLOWED), ERROR_INVALID_PARAMETER);
+    posix::CarryOutPendingMoves();
+    EXPECT_EQ("new", Content("new")) << "still the same boot";
+
+    Boot("second");
+    posix::CarryOutPendingMoves();
+    EXPECT_EQ("old", Content("kept"));
+    EXPECT_EQ("new", Content("old"));
+    EXPECT_EQ("spare", Content("fixed"));
+    EXPECT_EQ("clash", Content("clash"));
+    EXPECT_FALSE(std::filesystem::exists(m_folder.HostPath("doomed")));
+    EXPECT_EQ(1u, Reports());
+    EXPECT_EQ("<2>", List());
+
+    File("new", "newer");
+    EXPECT_TRUE(Move("new", "old"));
+    posix::CarryOutPendingMoves();
+    EXPECT_EQ("new", Content("old")) << "waits for the third boot";
+}
+
+// The state that a starter leaves which was killed between a move and its removal from the list.
+TEST_F(NextBoot, GoesOnWhereAKilledStarterWas)
+{
+    File("a", "first");
+    File("b", "second");
+    EXPECT_TRUE(Move("a", "target"));
+    EXPECT_TRUE(Move("b", "a"));
+    ASSERT_TRUE(MoveFileW(m_folder.PathW("a").c_str(), m_folder.PathW("target").c_str()));
+    Boot("second");
+    File("c", "third");
+    EXPECT_TRUE(Move("c", "a")) << "makes up first for what is due";
+    EXPECT_EQ("first", Content("target"));
+    EXPECT_EQ("second", Content("a"));
+    posix::CarryOutPendingMoves();
+    EXPECT_EQ("second", Content("a"));
+    EXPECT_EQ(0u, Reports());
+}
+
+TEST_F(NextBoot, DamagedListDoesNoHarm)
+{
+    File("a", "a");
+    EXPECT_TRUE(Move("a", "b"));
+    const std::string whole = List();
+    const char* boots[] = {"second", "third"};
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        Set(ListKey().Get(), kValue, whole.substr(0, size), REG_MULTI_SZ);
+        Boot(boots[size % 2]);
+        posix::CarryOutPendingMoves();
+        EXPECT_EQ("<2>", List()) << size;
+        if (std::filesystem::exists(m_folder.HostPath("b")))
+            std::filesystem::rename(m_folder.HostPath("b"), m_folder.HostPath("a"));
+        EXPECT_EQ("a", Content("a")) << size;
+    }
+    Set(ListKey().Get(), kValue, whole, REG_BINARY);
+    Boot("fourth");
+    posix::CarryOutPendingMoves();
+    EXPECT_EQ("a", Content("a"));
+}
+
+TEST_F(NextBoot, StartersAtTheSameTimeDoItOnce)
+{
+    for (int i = 0; i < 50; ++i) {
+        const std::string name = "f" + std::to_string(i);
+        File(name.c_str(), "x");
+        EXPECT_TRUE(Move(name.c_str(), "boot", 0)); // fails, hence a report of each
+    }
+    WriteBytes(m_folder.HostPath("other"), "second");
+    const Child::Environment environment{{"VLT_BOOT_ID", m_folder.HostPath("other").string()}};
+    std::vector<Child> children;
+    for (int i = 0; i < 4; ++i)
+        children.emplace_back("bootStarter", std::vector<std::string>(), environment);
+    for (Child& child : children)
+        EXPECT_EQ(0, child.Wait(60000));
+    EXPECT_EQ(50u, Reports());
+    EXPECT_EQ("<2>", List());
+}
+
+using BootService = ServiceTest;
+
+TEST_F(BootService, FindsTheNewFilesInPlace)
+{
+    const TempFolder folder;
+    WriteBytes(folder.HostPath("new"), "new");
+    ASSERT_TRUE(MoveFileExW(folder.PathW("new").c_str(), folder.PathW("program").c_str(), MOVEFILE_DELAY_UNTIL_REBOOT));
+    WriteBytes(folder.HostPath("boot"), "another boot\n");
+    Install(ProgramCommand("bootService"));
+    Child child("bootService", {folder.HostPath("program").string()},
+                {{"VLT_SERVICE", ToNarrow(m_name)}, {"VLT_BOOT_ID", folder.HostPath("boot").string()}});
+    EXPECT_EQ(0, child.Wait(30000));
+    EXPECT_EQ("new", ReadBytes(folder.HostPath("program")));
+}
+
+std::string g_expected;
+bool g_found = false;
+
+#endif
+
+} // namespace
+
+#ifndef _WIN32
+VLT_CHILD(bootStarter)
+{
+    posix::CarryOutPendingMoves();
+    return 0;
+}
+
+VLT_CHILD(bootService)
+{
+    g_expected = args[0];
+    WCHAR name[] = TEXT("x");
+    const SERVICE_TABLE_ENTRYW table[] = {{name, [](DWORD, LPWSTR*) { g_found = ReadBytes(g_expected) == "new"; }},
+                                          {nullptr, nullptr}};
+    return StartServiceCtrlDispatcherW(table) && g_found ? 0 : 1;
+}
+#endif
