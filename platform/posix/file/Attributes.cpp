@@ -21,19 +21,14 @@ std::optional<Entry> FindEntry(LPCWSTR text, std::size_t limit)
     if (!path)
         return std::nullopt;
     FoundPath found = FindPath(*path);
-    Entry entry{*path, std::move(found.host), {}, false, 0};
-    struct stat link;
-    if (!found.exists || lstat(entry.host.c_str(), &link) != 0) {
-        found.host = entry.host;
-        if (errno == EACCES && found.exists)
-            SetLastError(ERROR_ACCESS_DENIED);
-        else
-            SetMissingError(*path, found);
+    if (!found.exists) {
+        SetMissingError(*path, found);
         return std::nullopt;
     }
-    entry.isLink = S_ISLNK(link.st_mode);
-    if (!entry.isLink || stat(entry.host.c_str(), &entry.status) != 0)
-        entry.status = link; // a link that leads nowhere stands for itself
+    Entry entry{*path, std::move(found.host), found.status, S_ISLNK(found.status.st_mode), 0};
+    struct stat target;
+    if (entry.isLink && stat(entry.host.c_str(), &target) == 0)
+        entry.status = target; // a link that leads nowhere stands for itself
     entry.attributes = AttributesOf(entry.status) | (entry.isLink ? FILE_ATTRIBUTE_REPARSE_POINT : 0);
     return entry;
 }

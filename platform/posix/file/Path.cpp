@@ -2,6 +2,7 @@
 
 #include "platform/posix/core/MachineRoot.h"
 #include "platform/posix/core/Utf.h"
+#include "platform/posix/file/FolderNames.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -11,6 +12,7 @@
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace vlt::posix
 {
@@ -103,14 +105,19 @@ bool IsLetter(char16_t c) noexcept
     return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z');
 }
 
-// The name in the folder, exact or equal but for its case; empty when there is none.
-std::string FindName(const std::string& folder, std::u16string_view name)
+// Follows links. The root may be given as the empty text.
+bool IsFolder(const std::string& host, struct stat& status) noexcept
 {
-    const std::string exact = HostName(name);
-    struct stat status;
-    if (lstat((folder + '/' + exact).c_str(), &status) == 0)
-        return exact;
-    const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.empty() ? "/" : folder.c_str()), &closedir);
+    return stat(host.empty() ? "/" : host.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// The name in the folder that is equal but for its case; empty when there is none.
+std::string FindOtherCase(const std::string& folder, const struct stat& status, std::u16string_view name)
+{
+    const char* const path = folder.empty() ? "/" : folder.c_str();
+    if (std::optional<std::string> known = FolderNames::Instance().Find(path, status, name))
+        return *std::move(known);
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(path), &closedir);
     if (!entries)
         return {};
     const std::u16string folded = FoldCase(name);
@@ -233,25 +240,42 @@ FoundPath FindPath(const FullPath& path)
 {
     FoundPath found;
     found.host = path.ExactHostPath();
-    struct stat status;
-    if (lstat(found.host.c_str(), &status) == 0) {
+    if (lstat(found.host.c_str(), &found.status) == 0 || path.names.empty()) {
         found.exists = true;
         return found;
     }
-    std::string host = path.DriveFolder();
-    bool missing = false;
-    for (std::size_t i = 0; i < path.names.size(); ++i) {
-        const std::string name = missing ? std::string() : FindName(host, path.names[i]);
-        if (name.empty() && !missing) {
-            missing = true;
-            found.parentExists = i + 1 == path.names.size() && stat(host.empty() ? "/" : host.c_str(), &status) == 0 &&
-                                 S_ISDIR(status.st_mode);
-        }
-        (host += '/') += missing ? HostName(path.names[i]) : name;
+    // Usually only the last name is missing, and all that lead to it are exact.
+    const std::size_t last = path.names.size() - 1;
+    std::string host = found.host.substr(0, found.host.rfind('/'));
+    struct stat folder;
+    bool inFolder = IsFolder(host, folder);
+    const bool exactFolder = inFolder;
+    std::size_t i = last;
+    if (!exactFolder) {
+        host = path.DriveFolder();
+        inFolder = IsFolder(host, folder);
+        i = 0;
     }
-    found.exists = !missing;
-    if (!host.empty())
-        found.host = std::move(host);
+    for (; i <= last; ++i) {
+        const std::string exact = HostName(path.names[i]);
+        const std::string parent = std::exchange(host, host + '/' + exact);
+        if (!exactFolder && lstat(host.c_str(), &found.status) == 0) {
+            inFolder = IsFolder(host, folder);
+            continue;
+        }
+        const std::string other = inFolder ? FindOtherCase(parent, folder, path.names[i]) : std::string();
+        if (other.empty())
+            break;
+        host = parent + '/' + other;
+        if (lstat(host.c_str(), &found.status) != 0)
+            break; // gone meanwhile
+        inFolder = IsFolder(host, folder);
+    }
+    found.exists = i > last;
+    found.parentExists = found.exists || (i == last && inFolder);
+    while (++i <= last)
+        (host += '/') += HostName(path.names[i]);
+    found.host = std::move(host);
     return found;
 }
 

@@ -2,8 +2,8 @@
 //
 // Drive C: is drives/c of the machine root, drive Z: the root of the file system. Both slashes are
 // separators, doubled ones count once; "." and ".." are resolved in the text, before links are
-// followed. Names are found ignoring case: the exact name first, then the first one of the folder
-// that is equal but for its case. A name that does not exist keeps the case it was given.
+// followed. Names are found ignoring case: the exact name first, then one of the folder that is equal
+// but for its case. A name that does not exist keeps the case it was given.
 //
 // Every host name has exactly one Windows form and comes back from it: bytes that are not UTF-8 are
 // U+DC80 to U+DCFF (core/Utf.h), a backslash is U+DC5C. Nothing is stripped from the end of a name,
@@ -18,6 +18,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
 #include <vector>
 
 namespace vlt::posix
@@ -60,6 +61,7 @@ struct FoundPath {
     std::string host;
     bool exists = false;      // all names were found
     bool parentExists = true; // the folder of the last name was found
+    struct stat status;       // when it exists: of the last name itself, which may be a link
 };
 FoundPath FindPath(const FullPath& path);
 
