@@ -21,6 +21,9 @@
 #endif
 #include <process.h>
 #include <windows.h>
+// The others need its types.
+#include <tlhelp32.h>
+#include <userenv.h>
 #include <winsvc.h>
 #include <winver.h>
 #else
@@ -30,6 +33,7 @@
 #include "posix/win32/memory.h"
 #include "posix/win32/registry.h"
 #include "posix/win32/service.h"
+#include "posix/win32/session.h"
 #include "posix/win32/system.h"
 #include "posix/win32/window.h"
 #endif

@@ -22,6 +22,8 @@ enum class ObjectKind : std::uint8_t {
     ServiceStatus,
     EventSource,
     Window,
+    Snapshot,
+    Token,
 };
 
 class Waitable;

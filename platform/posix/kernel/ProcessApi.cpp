@@ -1,6 +1,5 @@
 #include "platform/posix/core/Error.h"
-#include "platform/posix/core/HandleTable.h"
-#include "platform/posix/kernel/ProcessRecord.h"
+#include "platform/posix/kernel/ProcessObject.h"
 #include "platform/posix/kernel/ProcessStart.h"
 
 #include <unistd.h>
@@ -15,39 +14,33 @@ const HANDLE CurrentProcess = INVALID_HANDLE_VALUE;
 
 constexpr DWORD ProcessAllAccess = SYNCHRONIZE | PROCESS_TERMINATE | PROCESS_QUERY_LIMITED_INFORMATION;
 
-class ProcessObject final : public Object
-{
-public:
-    static constexpr ObjectKind kKind = ObjectKind::Process;
-
-    ProcessObject(std::shared_ptr<ProcessRecord> record, DWORD access) noexcept
-        : Object(kKind), m_record(std::move(record)), m_access(access)
-    {
-    }
-
-    // False with ERROR_ACCESS_DENIED.
-    bool Grants(DWORD access) const noexcept
-    {
-        if ((m_access & access) == access)
-            return true;
-        SetLastError(ERROR_ACCESS_DENIED);
-        return false;
-    }
-    ProcessRecord& Record() noexcept { return *m_record; }
-    Waitable* AsWaitable() noexcept override { return (m_access & SYNCHRONIZE) != 0 ? m_record.get() : nullptr; }
-    void OnHandleClosed() noexcept override { m_record->OnHandleClosed(); }
-
-private:
-    const std::shared_ptr<ProcessRecord> m_record;
-    const DWORD m_access;
-};
-
 HANDLE InsertProcess(const std::shared_ptr<ProcessRecord>& record, DWORD access)
 {
     return InsertHandle(std::make_unique<ProcessObject>(record, access));
 }
 
 } // namespace
+
+bool vlt::posix::DeliverChild(pid_t id, PROCESS_INFORMATION& information)
+{
+    const auto record = ProcessRecord::OfChild(id);
+    if (!record) {
+        AbandonProgram(id);
+        return false;
+    }
+    // The first thread has no life of its own here: its handle is one more of the process.
+    information.hProcess = InsertProcess(record, ProcessAllAccess);
+    information.hThread = information.hProcess ? InsertProcess(record, ProcessAllAccess) : nullptr;
+    if (!information.hThread) {
+        record->Terminate(1);
+        if (information.hProcess)
+            CloseHandleOfKind(information.hProcess, MaskOf(ObjectKind::Process));
+        return false;
+    }
+    information.dwProcessId = static_cast<DWORD>(id);
+    information.dwThreadId = static_cast<DWORD>(id);
+    return true;
+}
 
 BOOL CreateProcessW(LPCWSTR application, LPWSTR commandLine, LPSECURITY_ATTRIBUTES processSecurity,
                     LPSECURITY_ATTRIBUTES threadSecurity, BOOL inheritHandles, DWORD flags, LPVOID environment,
@@ -66,23 +59,7 @@ BOOL CreateProcessW(LPCWSTR application, LPWSTR commandLine, LPSECURITY_ATTRIBUT
     const pid_t id = StartProgram(application, commandLine, flags != 0);
     if (id < 0)
         return FALSE;
-    const auto record = ProcessRecord::OfChild(id);
-    if (!record) {
-        AbandonProgram(id);
-        return FALSE;
-    }
-    // The first thread has no life of its own here: its handle is one more of the process.
-    information->hProcess = InsertProcess(record, ProcessAllAccess);
-    information->hThread = information->hProcess ? InsertProcess(record, ProcessAllAccess) : nullptr;
-    if (!information->hThread) {
-        record->Terminate(1);
-        if (information->hProcess)
-            CloseHandleOfKind(information->hProcess, MaskOf(ObjectKind::Process));
-        return FALSE;
-    }
-    information->dwProcessId = static_cast<DWORD>(id);
-    information->dwThreadId = static_cast<DWORD>(id);
-    return TRUE;
+    return DeliverChild(id, *information);
 }
 
 HANDLE OpenProcess(DWORD access, BOOL inherit, DWORD processId)

@@ -25,6 +25,7 @@ public:
     ProcessRecord(pid_t id, int descriptor, bool isChild) noexcept;
     ~ProcessRecord();
 
+    pid_t Id() const noexcept { return m_id; }
     bool MayTerminate() const noexcept;
     // False with the last error set.
     bool Terminate(UINT exitCode) noexcept;

@@ -64,45 +64,19 @@ std::vector<std::string> PathsOf(std::u16string_view name)
 }
 
 // Empty when there is no such file.
-std::string FindProgram(const std::u16string& name)
+std::string FindFile(const std::u16string& name)
 {
     for (const std::string& path : PathsOf(name)) {
         if (IsFile(path))
             return path;
     }
-    return HasExtension(name) ? std::string() : FindProgram(name + u".exe");
+    return HasExtension(name) ? std::string() : FindFile(name + u".exe");
 }
-
-struct Program {
-    std::string path;
-    std::vector<std::string> arguments; // the first is the program's name as it was given
-};
 
 void Append(std::vector<std::string>& arguments, const std::vector<std::u16string>& more)
 {
     for (const std::u16string& argument : more)
         arguments.push_back(Utf8FromUtf16(argument));
-}
-
-Program Find(LPCWSTR application, LPCWSTR commandLine)
-{
-    Program program;
-    if (application) {
-        program.path = HostPathFromWindows(application);
-        Append(program.arguments, SplitArguments(commandLine ? commandLine : application));
-        if (!IsFile(program.path))
-            program.path.clear();
-        return program;
-    }
-    for (const CommandReading& reading : ReadCommandLine(commandLine)) {
-        program.path = FindProgram(reading.program);
-        if (!program.path.empty()) {
-            program.arguments.push_back(Utf8FromUtf16(reading.program));
-            Append(program.arguments, SplitArguments(reading.rest));
-            break;
-        }
-    }
-    return program;
 }
 
 // The attributes and file actions of a start; freed at its end.
@@ -145,8 +119,31 @@ private:
     posix_spawn_file_actions_t m_actions;
 };
 
+} // namespace
+
+Program FindProgram(LPCWSTR application, LPCWSTR commandLine)
+{
+    Program program;
+    if (application) {
+        program.path = HostPathFromWindows(application);
+        Append(program.arguments, SplitArguments(commandLine ? commandLine : application));
+        if (!IsFile(program.path))
+            program.path.clear();
+        return program;
+    }
+    for (const CommandReading& reading : ReadCommandLine(commandLine)) {
+        program.path = FindFile(reading.program);
+        if (!program.path.empty()) {
+            program.arguments.push_back(Utf8FromUtf16(reading.program));
+            Append(program.arguments, SplitArguments(reading.rest));
+            break;
+        }
+    }
+    return program;
+}
+
 // Windows has no right to execute: a file that nobody may execute is no program.
-DWORD CodeOfFailure(int error, const std::string& path) noexcept
+DWORD StartError(int error, const std::string& path) noexcept
 {
     struct stat status {
     };
@@ -155,18 +152,16 @@ DWORD CodeOfFailure(int error, const std::string& path) noexcept
     return ErrorFromErrno(error);
 }
 
-} // namespace
-
 pid_t StartProgram(LPCWSTR application, LPCWSTR commandLine, bool detached)
 {
-    const Program program = Find(application, commandLine);
+    const Program program = FindProgram(application, commandLine);
     if (program.path.empty()) {
         SetLastError(ERROR_FILE_NOT_FOUND);
         return -1;
     }
     pid_t id = -1;
     if (const int error = SpawnSettings(detached).Spawn(id, program); error != 0) {
-        SetLastError(CodeOfFailure(error, program.path));
+        SetLastError(StartError(error, program.path));
         return -1;
     }
     // A process begins at normal priority also when an idle thread starts it, where that is allowed.
