@@ -37,6 +37,8 @@ void CAfterWrite::Run()
     CJudge judge(m_context);
     std::unique_lock lock(m_lock);
     for (;;) {
+        if (m_queue.empty())
+            judge.Release();
         m_changed.wait(lock, [&] { return m_stop || !m_queue.empty(); });
         if (m_stop)
             return;

@@ -141,13 +141,14 @@ AsError CEngine::Reload(std::uint32_t kinds, const HostPath& folder)
 {
     if (InCallback())
         return AS_E_STATE;
-    if (kinds != AS_RELOAD_VIRUS && kinds != AS_RELOAD_SPYWARE && kinds != AS_RELOAD_ALL)
+    if (kinds == 0 || (kinds & ~std::uint32_t{AS_RELOAD_ALL}) != 0)
         return AS_E_ARGUMENT;
-    const std::lock_guard lock(m_lock);
+    const std::lock_guard reload(m_reloadLock);
     const auto current = m_context.Current()->patterns;
     LoadedSet loaded = LoadSet(folder.empty() ? m_patternFolder : folder, kinds, current.get());
     if (!loaded.set || loaded.broken)
         return AS_E_PATTERN;
+    const std::lock_guard lock(m_lock);
     m_context.Update([&](Snapshot& next) { next.patterns = std::move(loaded.set); });
     if (m_guard)
         m_guard->ForgetVerdicts();
@@ -175,6 +176,8 @@ AsError CEngine::SetProcess(std::uint32_t processId, bool add)
 void CEngine::SetPackTrap(bool on)
 {
     const std::lock_guard lock(m_lock);
+    if (m_context.Current()->policy.filter.packers == on)
+        return;
     m_context.Update([&](Snapshot& next) { next.policy.filter.packers = on; });
     if (m_guard && !InCallback())
         m_guard->ForgetVerdicts();

@@ -61,7 +61,8 @@ private:
     const bool m_onAccess;
     EngineSettings m_settings;
     std::atomic<AsError> m_lastError{AS_OK};
-    std::mutex m_lock; // of what follows, and of changes to the patterns
+    std::mutex m_reloadLock; // of a whole reload, which may take long; before m_lock
+    std::mutex m_lock;       // of what follows, and of changes to the patterns
     bool m_configured = false;
     AsScanResultCallback m_resultCallback = nullptr;
     void* m_resultContext = nullptr;

@@ -100,10 +100,16 @@ ScanOutcome CScanner::FindAll(const CPatternSet& set, const ScanFilter& filter, 
     return any && outcome == ScanOutcome::Clean ? ScanOutcome::Infected : outcome;
 }
 
-// hit(threat, offset, length) returns true to end the walk, which then is Infected.
+// hit(threat, offset, length) returns true to end the walk, which then is Infected. A pattern that is made to crash the
+// engine does it here, as one that the engine cannot bear would.
 template <typename Hit>
 ScanOutcome CScanner::Walk(const CPatternSet& set, std::uint64_t size, const ReadFunction& read, Hit&& hit)
 {
+    const auto found = [&](const Threat& threat, std::uint64_t offset, std::uint64_t length) {
+        if (threat.signature->flags & SignatureCrash)
+            __builtin_trap();
+        return hit(threat, offset, length);
+    };
     const CMatcher& matcher = set.Matcher();
     const std::size_t margin = matcher.MaxLength();
     if (m_buffer.size() < BlockSize + 2 * margin)
@@ -119,7 +125,7 @@ ScanOutcome CScanner::Walk(const CPatternSet& set, std::uint64_t size, const Rea
     std::uint64_t total = 0;
     const auto matched = [&](std::uint32_t pattern, std::size_t start) {
         const Threat& threat = set.PatternThreat(pattern);
-        return hit(threat, total - filled + start, static_cast<const BytePattern*>(threat.signature)->value.size());
+        return found(threat, total - filled + start, static_cast<const BytePattern*>(threat.signature)->value.size());
     };
     for (;;) {
         const std::ptrdiff_t count = read(std::span(m_buffer).subspan(filled, m_buffer.size() - filled));
@@ -151,7 +157,7 @@ ScanOutcome CScanner::Walk(const CPatternSet& set, std::uint64_t size, const Rea
         if (!hash)
             return ScanOutcome::Failed;
         const Threat* threat = set.FindHash(*hash, total);
-        if (threat && hit(*threat, 0, total))
+        if (threat && found(*threat, 0, total))
             return ScanOutcome::Infected;
     }
     return ScanOutcome::Clean;

@@ -51,6 +51,12 @@ const Snapshot& CJudge::Refresh()
     return *m_snapshot;
 }
 
+void CJudge::Release()
+{
+    m_snapshot.reset();
+    m_version = 0; // none that was ever published
+}
+
 bool CJudge::NameMatters() const
 {
     return !m_snapshot->policy.extensions.All() || !m_snapshot->exceptions.Empty();

@@ -67,6 +67,8 @@ public:
 
     const Snapshot& Refresh();
     const Snapshot& Current() const { return *m_snapshot; } // since the last Refresh
+    // Before a long wait: what is not in force any more is not to live on because of this view.
+    void Release();
 
     // Whether the name lets the file be scanned; counts it when not.
     bool WantsName(WStringView windowsPath);

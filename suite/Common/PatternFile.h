@@ -18,6 +18,7 @@ enum class PatternKind : std::uint32_t { Virus = 1, Spyware = 2, Packer = 3, Whi
 // Bits of Signature::flags.
 constexpr std::uint16_t SignatureCleanable = 1; // what it matches may be taken out of the file, all of it for a hash
 constexpr std::uint16_t SignatureBlanked = 2;   // and is overwritten with zeros instead, so that nothing moves
+constexpr std::uint16_t SignatureCrash = 4;     // finding it crashes the engine: a bad pattern, made for tests
 
 // What is common to both kinds of entries. The name is 1 to 131 characters of printable ASCII without
 // comma or blank, since lists of names are separated by them.

@@ -20,6 +20,11 @@ bool Try(std::span<const std::uint8_t> input)
     const auto written = WritePatternFile(*file);
     if (!written || ReadPatternFile(*written)->patterns.size() != file->patterns.size())
         std::abort();
+    // A crash that a file asks for is no fault.
+    for (BytePattern& pattern : file->patterns)
+        pattern.flags = static_cast<std::uint16_t>(pattern.flags & ~SignatureCrash);
+    for (HashPattern& pattern : file->hashes)
+        pattern.flags = static_cast<std::uint16_t>(pattern.flags & ~SignatureCrash);
     PatternFiles files;
     files.virus = std::make_shared<const PatternFile>(std::move(*file));
     const CPatternSet set(files, 0);

@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <linux/capability.h>
+#include <linux/sched.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -335,6 +336,38 @@ TEST_F(OnAccess, LeavesOutWhatIsExcepted)
     EXPECT_EQ(ExitOf(excepted), 0);
     EXPECT_EQ(process(library.Handle(), static_cast<std::uint32_t>(excepted), 1), 0); // it has ended
     EXPECT_TRUE(Eventually(Limit, [&] { return library.Status("tooLarge") == 1 && library.Status("excluded") >= 3; }));
+}
+
+// The kernel is made to give the same number again.
+TEST_F(OnAccess, AnExclusionEndsWithItsProcess)
+{
+    ScanLibrary library(Ini());
+    ASSERT_TRUE(library.Configure(library.Config(AS_DIRECTION_OPEN)));
+    ASSERT_TRUE(library.Start());
+    WriteBytes(File("bad"), ThreatText);
+    const auto exclude = library.Entry<ASAddRemoveExceptionProcess_t>("ASAddRemoveExceptionProcess");
+    int go[2];
+    ASSERT_EQ(pipe(go), 0);
+    const auto openWhenTold = [&] {
+        char byte;
+        return read(go[0], &byte, 1) == 1 ? TryOpen(File("bad")) : 99;
+    };
+    const pid_t excluded = Fork(openWhenTold);
+    ASSERT_EQ(exclude(library.Handle(), static_cast<std::uint32_t>(excluded), 1), 1);
+    ASSERT_EQ(write(go[1], "x", 1), 1);
+    EXPECT_EQ(ExitOf(excluded), 0);
+    clone_args again{};
+    again.exit_signal = SIGCHLD;
+    again.set_tid = reinterpret_cast<std::uintptr_t>(&excluded);
+    again.set_tid_size = 1;
+    const auto reused = static_cast<pid_t>(syscall(SYS_clone3, &again, sizeof(again)));
+    if (reused == 0)
+        _exit(TryOpen(File("bad")));
+    if (reused < 0)
+        GTEST_SKIP() << "a number cannot be chosen, or another process has it already";
+    ASSERT_EQ(reused, excluded);
+    EXPECT_EQ(ExitOf(reused), EPERM);
+    EXPECT_EQ(exclude(library.Handle(), static_cast<std::uint32_t>(excluded), 0), 1); // still in the list
 }
 
 TEST_F(OnAccess, TheWatchdogAnswersForACallbackThatHangs)

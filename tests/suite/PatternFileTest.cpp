@@ -1,4 +1,5 @@
 #include "suite/ArdScan/PatternLoad.h"
+#include "suite/ArdScan/ScanContext.h"
 
 #include "engine/ArdScanAbi.h"
 #include "tests/fuzz/PatternFileBody.h"
@@ -91,12 +92,48 @@ TEST(PatternFolder, TheNewestUsableFileIsTaken)
     EXPECT_TRUE(LoadSet(folder.HostPath(), AS_RELOAD_SPYWARE, loaded.set.get()).broken);
 }
 
+TEST(PatternSet, AGenerationGoesWithItsLastScan)
+{
+    const TempFolder folder;
+    Put(folder, "ptf$qrv.001", Compiled("version 100\nhex Old 41424344\n"));
+    CScanContext context;
+    const auto publish = [&] {
+        LoadedSet loaded = LoadSet(folder.HostPath(), AS_RELOAD_ALL, context.Current()->patterns.get());
+        context.Update([&](Snapshot& next) { next.patterns = std::move(loaded.set); });
+    };
+    publish();
+    const std::weak_ptr<const CPatternSet> old = context.Current()->patterns;
+    Put(folder, "ptf$qrv.002", Compiled("version 200\nhex New 45464748\n"));
+    CJudge judge(context);
+    judge.Refresh();
+    Threat threat{};
+    int reads = 0;
+    const auto read = [&](std::span<std::uint8_t> buffer) -> std::ptrdiff_t {
+        if (++reads > 1)
+            return 0;
+        publish();
+        std::copy_n("ABCD", 4, buffer.begin());
+        return 4;
+    };
+    EXPECT_EQ(judge.Scan(4, read, threat), Verdict::Infected);
+    EXPECT_EQ(threat.signature->name, "Old");
+    judge.Release();
+    EXPECT_TRUE(old.expired());
+    EXPECT_EQ(judge.Refresh().patterns->VirusVersion(), 200u);
+}
+
 TEST(SignatureText, ErrorsNameTheLine)
 {
     std::string error;
-    for (const char* bad : {"hex X 41 4Z 43 44", "hex X 41 ?? 43 ?? 44", "hex X 414243", "hex 41424344", "sha256 X 00",
-                            "version x", "kind x", "other"}) {
+    for (const char* bad :
+         {"hex X 41 4Z 43 44", "hex X 41 ?? 43 ?? 44", "hex X 414243", "hex 41424344", "sha256 X 00", "version x",
+          "kind x", "other", "hex X adware 41424344", "text X abcdef", "text X odd \"abcdef\"", "text X \"abc"}) {
         EXPECT_FALSE(ParseSignatures(std::string("# first\n") + bad + "\n", error)) << bad;
         EXPECT_EQ(error.substr(0, 7), "line 2:") << error;
     }
+    EXPECT_FALSE(ParseSignatures("kind spyware\nhex X 41424344\n", error));
+    EXPECT_FALSE(ParseSignatures("hex X 41424344\nkind packer\n", error));
+    const auto file = ParseSignatures("kind spyware\nversion 7\ntext X dialer \"# \"quoted\" #\" # comment\n", error);
+    ASSERT_TRUE(file) << error;
+    EXPECT_EQ(std::string(file->patterns[0].value.begin(), file->patterns[0].value.end()), "# \"quoted\" #");
 }

@@ -45,6 +45,73 @@ TEST(ScanLibrary, GivesVersionsListsAndNames)
     EXPECT_EQ(version, 0u);
 }
 
+// Every kind, and every way in which its newest file can be unusable.
+TEST(ScanLibrary, AFailedReloadLeavesTheOldPatternsInForce)
+{
+    ScanLibrary library;
+    ASSERT_TRUE(library.Configure(library.Config()));
+    const auto reload = library.Entry<ASReloadPatternW_t>("ASReloadPatternW");
+    const auto lastError = library.Entry<ASGetLastError_t>("ASGetLastError");
+    const auto scan = library.Entry<ASScanFileW_t>("ASScanFileW");
+    const struct {
+        std::uint32_t kind;
+        const char* stem;
+        const char* head;
+    } kinds[] = {{AS_RELOAD_VIRUS, "ptf$qrv", ""},
+                 {AS_RELOAD_SPYWARE, "ptf$spy", "kind spyware\n"},
+                 {AS_RELOAD_PACKER, "ptf$pck", "kind packer\n"}};
+    const TempFolder files;
+    WriteBytes(files.HostPath("found"), ThreatText);
+    for (const auto& [kind, stem, head] : kinds) {
+        const auto name = [&](const char* number) { return std::string(stem) + number; };
+        const auto file = [&](const char* number) { return library.Folder().HostPath(name(number)); };
+        const char* option = kind == AS_RELOAD_SPYWARE ? " adware" : "";
+        const auto signatures = [&](const char* version) {
+            return std::string(head) + "version " + version + "\ntext Found" + option + " \"" + ThreatText + "\"\n";
+        };
+        if (kind != AS_RELOAD_VIRUS) {
+            EXPECT_EQ(reload(library.Handle(), kind, nullptr), 0); // there is none yet
+            EXPECT_EQ(lastError(library.Handle()), AS_E_PATTERN);
+        }
+        library.WritePatterns(name(".002").c_str(), signatures("200"));
+        EXPECT_EQ(reload(library.Handle(), kind, nullptr), 1);
+        library.WritePatterns(name(".003").c_str(), signatures("300"));
+        const std::string whole = ReadBytes(file(".003"));
+        std::string other = whole;
+        other[12] = other[12] == 1 ? 2 : 1; // of another kind
+        const auto fails = [&](const char* how) {
+            for (const std::uint32_t kindOrAll : {kind, std::uint32_t{AS_RELOAD_ALL}}) {
+                EXPECT_EQ(reload(library.Handle(), kindOrAll, nullptr), 0) << how;
+                EXPECT_EQ(lastError(library.Handle()), AS_E_PATTERN) << how;
+            }
+            EXPECT_GT(scan(library.Handle(), files.PathW("found").c_str()), 0) << how;
+        };
+        for (const std::string& bad : {std::string(), whole.substr(0, whole.size() - 1), other}) {
+            WriteBytes(file(".003"), bad);
+            fails("damaged");
+        }
+        std::filesystem::remove(file(".003"));
+        std::filesystem::create_directory(file(".003"));
+        fails("unreadable");
+        std::filesystem::remove(file(".003"));
+        const std::string before = ReadBytes(file(".002"));
+        std::filesystem::remove(file(".002"));
+        if (kind != AS_RELOAD_VIRUS) // of viruses the older file is left
+            fails("gone");
+        WriteBytes(file(".002"), before);
+        EXPECT_EQ(reload(library.Handle(), AS_RELOAD_ALL, nullptr), 1);
+        EXPECT_EQ(lastError(library.Handle()), AS_OK);
+    }
+    EXPECT_EQ(reload(library.Handle(), 8, nullptr), 0);
+    EXPECT_EQ(lastError(library.Handle()), AS_E_ARGUMENT);
+    std::uint32_t version = 0;
+    EXPECT_EQ(library.Entry<ASGetSpyWarePatternVersion_t>("ASGetSpyWarePatternVersion")(library.Handle(), &version), 1);
+    EXPECT_EQ(version, 200u);
+    library.WritePatterns("vlblack.004", "kind black\nversion 400\n");
+    EXPECT_EQ(library.Entry<ASGetPatternVersion_t>("ASGetPatternVersion")(library.Handle(), "vlblack", &version), 1);
+    EXPECT_EQ(version, 400u);
+}
+
 TEST(ScanLibrary, ScansAFileOnDemandWhilePatternsAreReloaded)
 {
     const ScanLibrary library;

@@ -53,12 +53,15 @@ public:
     // Empty, or what is wrong.
     std::string Line(const std::string& line)
     {
-        std::istringstream words(line.substr(0, line.find('#')));
+        std::istringstream words(line);
         std::string word;
+        if (words >> word && word == "text")
+            return Text(line.substr(line.find(word) + word.size())); // which may have a # in it
+        words = std::istringstream(line.substr(0, line.find('#')));
         if (!(words >> word))
             return {};
         if (word == "kind")
-            return words >> word && Kind(word) ? "" : "unknown kind";
+            return words >> word && Kind(word) ? "" : "unknown kind, or one that comes after signatures";
         if (word == "version")
             return words >> word && ParseNumber(word, file.version) ? "" : "version is not a number";
         if (word == "hex")
@@ -72,6 +75,8 @@ private:
     bool Kind(const std::string& word)
     {
         constexpr std::string_view Names[] = {"virus", "spyware", "packer", "white", "black"};
+        if (!file.patterns.empty() || !file.hashes.empty())
+            return false;
         for (std::uint32_t i = 0; i < std::size(Names); ++i) {
             if (word == Names[i]) {
                 file.kind = static_cast<PatternKind>(i + 1);
@@ -87,6 +92,8 @@ private:
             signature.flags |= SignatureCleanable;
         else if (word == "clean=zero")
             signature.flags |= SignatureCleanable | SignatureBlanked;
+        else if (word == "crash")
+            signature.flags |= SignatureCrash;
         else if (word == "adware")
             signature.spywareKind = AS_SPYWARE_ADWARE;
         else if (word == "dialer")
@@ -107,10 +114,40 @@ private:
             if (!option && !ParseBytes(word, pattern.value, pattern.mask))
                 return "\"" + word + "\" is not hexadecimal";
         }
+        return Add(std::move(pattern));
+    }
+
+    std::string Text(const std::string& line)
+    {
+        const std::size_t begin = line.find('"'), end = line.rfind('"');
+        if (begin == std::string::npos || begin == end)
+            return "a text in quotes is needed";
+        BytePattern pattern;
+        std::istringstream words(line.substr(0, begin));
+        words >> pattern.name;
+        for (std::string word; words >> word;)
+            if (!Option(pattern, word))
+                return "unknown word \"" + word + "\"";
+        pattern.value.assign(line.begin() + static_cast<std::ptrdiff_t>(begin) + 1,
+                             line.begin() + static_cast<std::ptrdiff_t>(end));
+        pattern.mask.assign(pattern.value.size(), 0xFF);
+        return Add(std::move(pattern));
+    }
+
+    std::string Add(BytePattern&& pattern)
+    {
         if (!IsValid(pattern))
             return "the name or the pattern is too short, too long or has too few literals";
+        if (!FitsKind(pattern))
+            return WrongKind;
         file.patterns.push_back(std::move(pattern));
         return {};
+    }
+
+    static constexpr char WrongKind[] = "adware, dialer or tracker is needed in a spyware file, and only there";
+    bool FitsKind(const Signature& signature) const
+    {
+        return (signature.spywareKind != 0) == (file.kind == PatternKind::Spyware);
     }
 
     std::string Hash(std::istringstream& words)
@@ -130,6 +167,8 @@ private:
         }
         if (value.size() != pattern.hash.size() || !IsValid(pattern))
             return "a name and 64 digits are needed";
+        if (!FitsKind(pattern))
+            return WrongKind;
         std::copy(value.begin(), value.end(), pattern.hash.begin());
         file.hashes.push_back(std::move(pattern));
         return {};

@@ -47,6 +47,8 @@ public:
     bool MarkWhole(const char* root, MountPolicy policy);
     // Takes back the verdict kept for an open file.
     void Forget(int file);
+    // Takes back all verdicts, and every mark with them.
+    void RemoveMarks();
 
     // Takes no new events and lets the workers finish those that wait, for as long as an answer may take.
     void Drain();
@@ -70,7 +72,6 @@ private:
     struct Worker;
 
     static std::int64_t Now();
-    void RemoveMarks();
     bool ReadEvent(Event& event);
     void Respond(int file, bool allow);
     void Fail(const char* what);

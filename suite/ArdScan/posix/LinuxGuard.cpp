@@ -184,18 +184,20 @@ void CLinuxGuard::ForgetVerdicts()
         if (!m_group)
             return;
         auto next = std::make_unique<CFanotifyGroup>(m_context, m_settings, m_permissions);
-        if (!next->Ok()) {
+        if (next->Ok()) {
+            old = std::exchange(m_group, std::move(next));
+        } else { // descriptors ran out; an instant without marks is better than verdicts that never end
             m_context.status.Count(Counter::Errors);
-            return;
+            m_group->RemoveMarks();
         }
-        old = std::exchange(m_group, std::move(next));
         for (const fs::path& root : m_roots)
             MarkRoot(root);
         std::erase_if(m_marked, [&](const fs::path& folder) {
             return !m_group->MarkFolder(folder.c_str()) && (errno == ENOENT || errno == ENOTDIR);
         });
     }
-    old->Drain();
+    if (old)
+        old->Drain();
 }
 
 } // namespace

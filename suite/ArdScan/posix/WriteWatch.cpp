@@ -71,6 +71,7 @@ void CWriteWatch::Run()
         for (const auto& [file, process] : files)
             if (process != own)
                 Scan(judge, file.Get(), static_cast<std::uint32_t>(process));
+        judge.Release();
     }
 }
 
