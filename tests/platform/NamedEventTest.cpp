@@ -250,6 +250,16 @@ TEST(NamedEvent, SecurityDescriptorsAreChecked)
     EXPECT_TRUE(IsSignaled(event));
     EXPECT_EQ(other.Wait(kSoon), 0);
     EXPECT_EQ(OpenError(ObjectName("Own")), ERROR_FILE_NOT_FOUND);
+
+    // At any instant an object for everyone is there for everyone, or not at all.
+    attributes.bInheritHandle = FALSE;
+    KernelHandle stop(CreateEventW(&attributes, TRUE, FALSE, ObjectName("Stop").c_str()));
+    Child opener("other_account_opener", {Narrow(ObjectName("Stop")), Narrow(ObjectName("Brief"))});
+    EXPECT_EQ(opener.ReadLine(), "ready");
+    for (int i = 0; i < 3000; ++i)
+        EXPECT_TRUE(KernelHandle(CreateEventW(&attributes, TRUE, FALSE, ObjectName("Brief").c_str())));
+    SetEvent(stop.Get());
+    EXPECT_EQ(opener.Wait(kSoon), 0);
 #endif
 }
 
@@ -267,6 +277,21 @@ VLT_CHILD(other_account)
         std::fflush(stdout);
         if (opened)
             SetEvent(opened.Get());
+    }
+    return 0;
+}
+
+VLT_CHILD(other_account_opener)
+{
+    if (setgid(65534) != 0 || setuid(65534) != 0)
+        return 1;
+    const KernelHandle stop = Open(vlt::ToWide(args[0], CP_UTF8));
+    const WString name = vlt::ToWide(args[1], CP_UTF8);
+    std::puts("ready");
+    std::fflush(stdout);
+    while (!IsSignaled(stop)) {
+        if (!Open(name) && GetLastError() != ERROR_FILE_NOT_FOUND)
+            return 2;
     }
     return 0;
 }

@@ -1,11 +1,19 @@
 // Processes that use named objects of every kind in random order and are killed at random instants.
 #include "tests/platform/Waiter.h"
 
+#include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <iterator>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <random>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 
 using namespace vlt::test;
 using vlt::KernelHandle;
@@ -104,10 +112,28 @@ DWORD Turn(const std::string& base, Random& random, std::vector<std::pair<int, K
     return 0;
 }
 
+// As on a file system that knows no files without a name.
+bool RefuseUnnamedFiles()
+{
+    constexpr auto Load = [](std::size_t offset) {
+        return sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<std::uint32_t>(offset));
+    };
+    sock_filter steps[] = {Load(offsetof(seccomp_data, nr)),
+                           BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat, 0, 3),
+                           Load(offsetof(seccomp_data, args) + 2 * sizeof(std::uint64_t)),
+                           BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, O_TMPFILE & ~O_DIRECTORY, 0, 1),
+                           BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EOPNOTSUPP),
+                           BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    const sock_fprog program{std::size(steps), steps};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
 } // namespace
 
 VLT_CHILD(storm)
 {
+    if (args[2] == "named" && !RefuseUnnamedFiles())
+        return 2;
     Random random(static_cast<unsigned>(std::strtoul(args[1].c_str(), nullptr, 10)));
     std::puts("ready");
     std::fflush(stdout);
@@ -154,7 +180,8 @@ TEST(ObjectStorm, ProcessesKilledAtAnyInstantHarmNobody)
     {
         Child survivor("storm_survivor", {base, std::to_string(random())});
         const auto start = [&] {
-            auto child = std::make_unique<Child>("storm", std::vector{base, std::to_string(random())});
+            const std::string making = Draw(random, 2) ? "named" : "";
+            auto child = std::make_unique<Child>("storm", std::vector{base, std::to_string(random()), making});
             EXPECT_EQ(child->ReadLine(), "ready");
             return child;
         };

@@ -5,12 +5,14 @@
 #include "platform/posix/kernel/ObjectName.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
 #include <limits>
 #include <optional>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -87,6 +89,18 @@ int WriteAll(int file, const char* bytes, std::size_t size) noexcept
         done += written > 0 ? static_cast<std::size_t>(written) : 0;
     }
     return 0;
+}
+
+// Without a privilege older kernels refuse the first way.
+bool Link(int file, const std::string& path) noexcept
+{
+    if (linkat(file, "", AT_FDCWD, path.c_str(), AT_EMPTY_PATH) == 0)
+        return true;
+    if (errno != ENOENT && errno != EPERM)
+        return false;
+    char self[32];
+    std::snprintf(self, sizeof self, "/proc/self/fd/%d", file);
+    return linkat(AT_FDCWD, self, AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;
 }
 
 class Patience
@@ -219,7 +233,34 @@ DWORD ObjectFile::Fill(int file, const Request& request, Initialise initialise, 
     return error == 0 ? 0 : ErrorFromErrno(error);
 }
 
+// The file has its mode, its contents and this holder's lock before it has its name, so nobody ever sees
+// less of it. Whoever is killed before leaves nothing.
 ObjectFile::Step ObjectFile::Make(const Request& request, Initialise initialise, const void* context, DWORD& error)
+{
+    const mode_t mode = request.forEveryone ? 0666 : 0600;
+    const std::string folder = m_path.substr(0, m_path.rfind('/'));
+    Fd file(open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, mode));
+    if (!file && (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL))
+        return MakeNamed(request, initialise, context, error);
+    if (!file || (request.forEveryone && fchmod(file.Get(), mode) != 0)) {
+        error = ErrorFromErrno(errno);
+        return Step::Done;
+    }
+    error = Fill(file.Get(), request, initialise, context);
+    if (error != 0)
+        return Step::Done;
+    if (!Link(file.Get(), m_path)) {
+        if (errno == EEXIST)
+            return Step::Again;
+        return MakeNamed(request, initialise, context, error);
+    }
+    m_file = std::move(file);
+    return Step::Done;
+}
+
+// Where the file system knows no files without a name: until the new one has its mode, other accounts
+// are refused.
+ObjectFile::Step ObjectFile::MakeNamed(const Request& request, Initialise initialise, const void* context, DWORD& error)
 {
     // An existing file of another account in a folder open to all may only be opened without O_CREAT
     // (fs.protected_regular), so this one is always new.

@@ -68,6 +68,7 @@ private:
     Step HoldExisting(Fd file, std::u16string_view name, ObjectKind kind, bool& dead, DWORD& error) noexcept;
     DWORD Check(int file, std::u16string_view name, ObjectKind kind) noexcept;
     Step Make(const Request& request, Initialise initialise, const void* context, DWORD& error);
+    Step MakeNamed(const Request& request, Initialise initialise, const void* context, DWORD& error);
     DWORD Fill(int file, const Request& request, Initialise initialise, const void* context);
 
     std::string m_path;
