@@ -9,19 +9,18 @@ namespace RollbackState
 namespace
 {
 
-constexpr WCHAR kKey[] = TEXT("Software\\Veltrano\\Ardentis\\15\\Rollback");
 constexpr DWORD kTextSize = 1024; // of which the reader fills at most half
 
 } // namespace
 
 DWORD Number::Get() const
 {
-    return vlt::GetRegDword(HKEY_LOCAL_MACHINE, kKey, m_name, m_default);
+    return vlt::GetRegDword(HKEY_LOCAL_MACHINE, vlt::kRollbackKey, m_name, m_default);
 }
 
 bool Number::Set(DWORD value) const
 {
-    return vlt::SetRegDword(HKEY_LOCAL_MACHINE, kKey, m_name, value);
+    return vlt::SetRegDword(HKEY_LOCAL_MACHINE, vlt::kRollbackKey, m_name, value);
 }
 
 DWORD Frequency::Get() const
@@ -38,7 +37,7 @@ std::string Text::Get() const
 WString Text::GetW() const
 {
     WCHAR text[kTextSize] = {};
-    vlt::GetRegString(HKEY_LOCAL_MACHINE, kKey, m_name, TEXT(""), text, kTextSize);
+    vlt::GetRegString(HKEY_LOCAL_MACHINE, vlt::kRollbackKey, m_name, TEXT(""), text, kTextSize);
     return text;
 }
 
@@ -49,7 +48,7 @@ bool Text::Set(const std::string& value) const
 
 bool Text::SetW(const WString& value) const
 {
-    return vlt::SetRegString(HKEY_LOCAL_MACHINE, kKey, m_name, value.c_str());
+    return vlt::SetRegString(HKEY_LOCAL_MACHINE, vlt::kRollbackKey, m_name, value.c_str());
 }
 
 bool IsProbation()

@@ -1,10 +1,11 @@
-// The registry record of the pattern rollback: HKLM\Software\Veltrano\Ardentis\15\Rollback, 32-bit view.
+// The registry record of the pattern rollback (RollbackFormat.h), value by value.
 //
 // Each value is read and written by itself, without a lock: Get gives the default when the value is
 // missing or of another type, Set creates the key and is false when it could not write. The updater and
 // the user interface use the same values.
 #pragma once
 
+#include "ARDCommon/RollbackFormat.h"
 #include "platform/win32.h"
 
 namespace RollbackState
@@ -13,7 +14,9 @@ namespace RollbackState
 class Number // REG_DWORD
 {
 public:
-    constexpr Number(LPCWSTR name, DWORD fallback) : m_name(name), m_default(fallback) {}
+    constexpr explicit Number(const vlt::RollbackValue::Number& value) : m_name(value.name), m_default(value.fallback)
+    {
+    }
     DWORD Get() const;
     bool Set(DWORD value) const;
 
@@ -56,30 +59,24 @@ private:
     LPCWSTR m_name;
 };
 
-inline constexpr Flag EnableAuto{TEXT("EnableAuto"), 1};
-inline constexpr Flag EnableNotify{TEXT("EnableNotify"), 1};         // for the user interface
-inline constexpr Frequency FreqNormal{TEXT("FreqNormal"), 2};        // normal stops that prove a pattern good
-inline constexpr Frequency FreqAbnormal{TEXT("FreqAbnormal"), 2};    // abnormal ends in a row that condemn it
-inline constexpr Flag RollbackFlag{TEXT("RollbackFlag"), 0};         // a new pattern is on probation
-inline constexpr Flag RtsStatus{TEXT("RTSStatus"), 0};               // set while the service runs
-inline constexpr Number NormalCounter{TEXT("NormalCounter"), 0};     // normal stops during the probation
-inline constexpr Number AbnormalCounter{TEXT("AbnormalCounter"), 0}; // abnormal ends in a row during it
-inline constexpr Flag NotifyFlag{TEXT("NotifyFlag"), 0};             // the user is to be told of a rollback
+inline constexpr Flag EnableAuto{vlt::RollbackValue::EnableAuto};
+inline constexpr Flag EnableNotify{vlt::RollbackValue::EnableNotify};
+inline constexpr Frequency FreqNormal{vlt::RollbackValue::FreqNormal};
+inline constexpr Frequency FreqAbnormal{vlt::RollbackValue::FreqAbnormal};
+inline constexpr Flag RollbackFlag{vlt::RollbackValue::RollbackFlag};
+inline constexpr Flag RtsStatus{vlt::RollbackValue::RtsStatus};
+inline constexpr Number NormalCounter{vlt::RollbackValue::NormalCounter};
+inline constexpr Number AbnormalCounter{vlt::RollbackValue::AbnormalCounter};
+inline constexpr Flag NotifyFlag{vlt::RollbackValue::NotifyFlag};
 
-// The latest rollback: the pattern file's name, the pattern number that was in force, the engine's and
-// the program's version.
-inline constexpr Text RbPatName{TEXT("RB_PatName")};
-inline constexpr Text RbBeforeNo{TEXT("RB_BeforeNo")};
-inline constexpr Text EngVer{TEXT("EngVer")};
-inline constexpr Text PrgVer{TEXT("PrgVer")};
-
-// A pattern that was restored after its rollback: the file's name and the pattern number.
-inline constexpr Text RsPatName{TEXT("RS_PatName")};
-inline constexpr Text RsPatNo{TEXT("RS_PatNo")};
-
-// Text and caption for the user interface.
-inline constexpr Text MoreInfo{TEXT("MoreInfo")};
-inline constexpr Text MoreInfoName{TEXT("MoreInfoName")};
+inline constexpr Text RbPatName{vlt::RollbackValue::RbPatName};
+inline constexpr Text RbBeforeNo{vlt::RollbackValue::RbBeforeNo};
+inline constexpr Text EngVer{vlt::RollbackValue::EngVer};
+inline constexpr Text PrgVer{vlt::RollbackValue::PrgVer};
+inline constexpr Text RsPatName{vlt::RollbackValue::RsPatName};
+inline constexpr Text RsPatNo{vlt::RollbackValue::RsPatNo};
+inline constexpr Text MoreInfo{vlt::RollbackValue::MoreInfo};
+inline constexpr Text MoreInfoName{vlt::RollbackValue::MoreInfoName};
 
 // Whether a pattern is on probation and may be rolled back.
 bool IsProbation();

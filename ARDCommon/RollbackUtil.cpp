@@ -11,7 +11,6 @@
 namespace
 {
 
-constexpr char kPrefix[] = "rb_";
 constexpr char kPatterns[] = "ptf$qrv.*";
 constexpr DWORD kLongestVersion = 63;
 
@@ -64,7 +63,7 @@ bool CRollbackUtil::Rollback(const std::string& name, const std::string& number)
         VLT_TRACE(20, "\toriginal pattern does not exist. file:%s", original);
         return false;
     }
-    const std::string aside = PatternFolder() + kPrefix + name;
+    const std::string aside = PatternFolder() + vlt::kRolledBackPrefix + name;
     if (Exists(aside) && !DeleteFileA(aside.c_str())) {
         VLT_TRACE(20, "\tDeleteFile() failed: 0x%08X, file:%s", GetLastError(), aside);
         return false;
@@ -93,7 +92,7 @@ bool CRollbackUtil::Restore(std::string& name, std::string& number)
         ClearRollbackInfo();
         return false;
     }
-    const std::string aside = PatternFolder() + kPrefix + recordedName;
+    const std::string aside = PatternFolder() + vlt::kRolledBackPrefix + recordedName;
     const std::string original = PatternFolder() + recordedName;
     const bool isAside = Exists(aside);
     if (!isAside || Exists(original)) {
@@ -116,9 +115,9 @@ bool CRollbackUtil::Restore(std::string& name, std::string& number)
 void CRollbackUtil::Purge()
 {
     VLT_TRACE(50, ">>> CRollbackUtil::Purge");
-    const std::string kept = kPrefix + RollbackState::RbPatName.Get();
+    const std::string kept = vlt::kRolledBackPrefix + RollbackState::RbPatName.Get();
     VLT_TRACE(40, "\trollbacked pattern: %s", kept);
-    const std::string path = PatternFolder() + kPrefix + kPatterns;
+    const std::string path = PatternFolder() + vlt::kRolledBackPrefix + kPatterns;
     VLT_TRACE(40, "\tfind path: %s", path);
     ForEachFile(path, [&](const std::string& name) {
         VLT_TRACE(40, "\tfound pattern: %s", name);

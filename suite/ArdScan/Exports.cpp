@@ -129,15 +129,6 @@ AsHandle InitGuarded(std::uint32_t version, AsInitRecord* record, std::uint32_t 
     return nullptr;
 }
 
-HostPath FromNarrow(const char* path)
-{
-#ifdef _WIN32
-    return HostPath(path); // the system code page
-#else
-    return ToHostUtf8(path);
-#endif
-}
-
 // Empty rather than shortened: a part of a path is the path of another file.
 void NarrowToField(char (&field)[260], const WCHAR* path)
 {
@@ -185,7 +176,7 @@ AS_EXPORT AsHandle WINAPI ASInitScanW(std::uint32_t version, AsInitRecord* recor
 AS_EXPORT AsHandle WINAPI ASInitScan(std::uint32_t version, AsInitRecord* record, std::uint32_t onAccess)
 {
     return InitGuarded(version, record, onAccess,
-                       [](const WCHAR* path) { return FromNarrow(reinterpret_cast<const char*>(path)); });
+                       [](const WCHAR* path) { return ToHostNarrow(reinterpret_cast<const char*>(path)); });
 }
 
 AS_EXPORT std::int32_t WINAPI ASDeInitScan(AsHandle handle)
@@ -243,7 +234,7 @@ AS_EXPORT std::int32_t WINAPI ASScanFile(AsHandle handle, const char* path)
         return -AS_E_ARGUMENT;
     WString wide;
     try {
-        wide = ToWindows(FromNarrow(path));
+        wide = ToWindows(ToHostNarrow(path));
     } catch (const std::exception&) {
         return -AS_E_NO_MEMORY;
     }
@@ -383,7 +374,7 @@ AS_EXPORT std::int32_t WINAPI ASManualActionW(AsHandle handle, const WCHAR* path
 AS_EXPORT std::int32_t WINAPI ASManualAction(AsHandle handle, const char* path, std::uint32_t action)
 {
     return Try(handle,
-               [&](CEngine& engine) { return path ? engine.ManualAction(FromNarrow(path), action) : AS_E_ARGUMENT; });
+               [&](CEngine& engine) { return path ? engine.ManualAction(ToHostNarrow(path), action) : AS_E_ARGUMENT; });
 }
 
 AS_EXPORT std::int32_t WINAPI ASEncodeFileW(AsHandle handle, const WCHAR* source, const WCHAR* destination)
@@ -396,7 +387,7 @@ AS_EXPORT std::int32_t WINAPI ASEncodeFileW(AsHandle handle, const WCHAR* source
 AS_EXPORT std::int32_t WINAPI ASEncodeFile(AsHandle handle, const char* source, const char* destination)
 {
     return Try(handle, [&](CEngine& engine) {
-        return source && destination ? engine.Encode(FromNarrow(source), FromNarrow(destination)) : AS_E_ARGUMENT;
+        return source && destination ? engine.Encode(ToHostNarrow(source), ToHostNarrow(destination)) : AS_E_ARGUMENT;
     });
 }
 
@@ -410,7 +401,7 @@ AS_EXPORT std::int32_t WINAPI ASRestoreFileW(AsHandle handle, const WCHAR* file,
 AS_EXPORT std::int32_t WINAPI ASRestoreFile(AsHandle handle, const char* file, const char* destination)
 {
     return Try(handle, [&](CEngine& engine) {
-        return file && destination ? engine.Restore(FromNarrow(file), FromNarrow(destination)) : AS_E_ARGUMENT;
+        return file && destination ? engine.Restore(ToHostNarrow(file), ToHostNarrow(destination)) : AS_E_ARGUMENT;
     });
 }
 
@@ -426,7 +417,7 @@ AS_EXPORT std::int32_t WINAPI ASGetBackupFileInfo(AsHandle handle, const char* f
         if (!file || !info)
             return AS_E_ARGUMENT;
         AsBackupInfoW wide{};
-        if (const AsError error = engine.BackupInfo(FromNarrow(file), wide); error != AS_OK)
+        if (const AsError error = engine.BackupInfo(ToHostNarrow(file), wide); error != AS_OK)
             return error;
         *info = {};
         NarrowToField(info->sourcePath, wide.sourcePath);

@@ -14,6 +14,7 @@ using HostPath = std::filesystem::path;
 // A Windows path, or (when it begins with a slash) one of the host.
 HostPath ToHost(WStringView path);
 HostPath ToHostUtf8(std::string_view path);
+HostPath ToHostNarrow(std::string_view path); // in the system code page
 
 // "C:\..." for what lies on drive C:, "Z:\..." for the rest of a Linux host. A name that is not text
 // survives the way back.

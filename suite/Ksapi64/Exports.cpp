@@ -24,15 +24,6 @@ enum KsError : int { KS_OK = 0, KS_E_ARGUMENT = -1, KS_E_PATTERN = -2, KS_E_BUFF
 
 constexpr std::size_t MaxName = 260; // characters of the caller's buffer
 
-HostPath FromNarrow(const char* path)
-{
-#ifdef _WIN32
-    return HostPath(path); // the system code page
-#else
-    return ToHostUtf8(path);
-#endif
-}
-
 // Nothing throws across the boundary.
 template <typename Body>
 int Guarded(Body&& body) noexcept
@@ -62,8 +53,9 @@ int LastPattern(const HostPath& folder, std::string_view stem, Char* name)
 
 KS_EXPORT int WINAPI KSGetLastPattern(const char* folder, const char* stem, char* name)
 {
-    return Guarded(
-        [&]() -> int { return folder && stem && name ? LastPattern(FromNarrow(folder), stem, name) : KS_E_ARGUMENT; });
+    return Guarded([&]() -> int {
+        return folder && stem && name ? LastPattern(ToHostNarrow(folder), stem, name) : KS_E_ARGUMENT;
+    });
 }
 
 KS_EXPORT int WINAPI KSGetLastPatternW(const WCHAR* folder, const WCHAR* stem, WCHAR* name)
@@ -84,7 +76,7 @@ KS_EXPORT int WINAPI KSGetPatternInternalVersion(const char* path, std::int32_t*
         if (!path || !version)
             return KS_E_ARGUMENT;
         *version = 0;
-        const auto file = LoadPattern(FromNarrow(path));
+        const auto file = LoadPattern(ToHostNarrow(path));
         if (!file || file->version > INT32_MAX)
             return KS_E_PATTERN;
         *version = static_cast<std::int32_t>(file->version);
@@ -102,7 +94,7 @@ KS_EXPORT int WINAPI KSDeleteUnusedPattern(const char* folder, const char* stem,
         if (!kind || keep < 0)
             return KS_E_ARGUMENT;
         const auto kept = static_cast<std::uint32_t>(keep);
-        const auto entries = ListPatterns(FromNarrow(folder), stem, *kind);
+        const auto entries = ListPatterns(ToHostNarrow(folder), stem, *kind);
         if (std::none_of(entries.begin(), entries.end(), [&](const PatternEntry& entry) {
                 return entry.intact && entry.version == kept && LoadPattern(entry.path);
             }))
@@ -135,7 +127,7 @@ KS_EXPORT int WINAPI KSInit(const char* folder)
     return Guarded([&]() -> int {
         if (!folder)
             return KS_E_ARGUMENT;
-        return LoadNewest(FromNarrow(folder), VirusStem, PatternKind::Virus).file ? KS_OK : KS_E_PATTERN;
+        return LoadNewest(ToHostNarrow(folder), VirusStem, PatternKind::Virus).file ? KS_OK : KS_E_PATTERN;
     });
 }
 

@@ -18,6 +18,11 @@ HostPath ToHostUtf8(std::string_view path)
     return path.starts_with('/') ? HostPath(path).lexically_normal() : ToHost(posix::Utf16FromUtf8(path));
 }
 
+HostPath ToHostNarrow(std::string_view path)
+{
+    return ToHostUtf8(path);
+}
+
 WString ToWindows(const HostPath& path)
 {
     return path.is_absolute() ? posix::WindowsPathFromHost(path.native()) : WString();

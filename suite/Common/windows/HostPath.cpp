@@ -1,5 +1,7 @@
 #include "suite/Common/HostPath.h"
 
+#include "platform/Text.h"
+
 namespace vlt::scan
 {
 
@@ -10,11 +12,12 @@ HostPath ToHost(WStringView path)
 
 HostPath ToHostUtf8(std::string_view path)
 {
-    WString wide(path.size(), WCHAR());
-    const int length = MultiByteToWideChar(CP_UTF8, 0, path.data(), static_cast<int>(path.size()), wide.data(),
-                                           static_cast<int>(wide.size()));
-    wide.resize(static_cast<std::size_t>(length));
-    return HostPath(wide);
+    return HostPath(ToWide(path, CP_UTF8));
+}
+
+HostPath ToHostNarrow(std::string_view path)
+{
+    return HostPath(ToWide(path));
 }
 
 WString ToWindows(const HostPath& path)
