@@ -53,6 +53,42 @@ VLT_CHILD(named_event)
     return 0;
 }
 
+// Makes and closes one event often, and ends.
+VLT_CHILD(made_often)
+{
+    for (int i = 0; i < 5; ++i) {
+        if (!Create(vlt::ToWide(args[0], CP_UTF8)))
+            return 1;
+    }
+    return 0;
+}
+
+TEST(NamedEvent, OneThatIsMadeOftenIsNewEachTime)
+{
+    const WString name = ObjectName("Often");
+    for (int i = 0; i < 12; ++i) {
+        const bool manualReset = i % 3 != 0;
+        const bool signaled = i % 2 != 0;
+        if (i == 8) { // another process makes it between two of ours
+            ASSERT_EQ(Child("made_often", {Narrow(name)}).Wait(kSoon), 0);
+        }
+        const KernelHandle event = Create(name, manualReset, signaled);
+        EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+        EXPECT_EQ(IsSignaled(event), signaled);
+        SetEvent(event.Get());
+        EXPECT_TRUE(IsSignaled(event));
+        EXPECT_EQ(IsSignaled(event), manualReset);
+        const KernelHandle same = i % 4 == 0 ? Create(name) : KernelHandle();
+        SetEvent(same.Get());
+    }
+    EXPECT_EQ(OpenError(name), ERROR_FILE_NOT_FOUND);
+#ifndef _WIN32
+    EXPECT_EQ(Child("made_often", {Narrow(ObjectName("Left"))}).Wait(kSoon), 0);
+    EXPECT_NE(access((std::string(std::getenv("VLT_ROOT")) + "/objects/0-" + Narrow(ObjectName("Left"))).c_str(), F_OK),
+              0);
+#endif
+}
+
 TEST(NamedEvent, AnExistingOneIsOpenedWhateverTheArguments)
 {
     const WString name = ObjectName("Twice");

@@ -5,6 +5,7 @@
 #include "platform/posix/kernel/BlockPool.h"
 #include "platform/posix/kernel/ObjectName.h"
 
+#include <cstring>
 #include <sys/mman.h>
 #include <utility>
 
@@ -19,6 +20,8 @@ NamedBlock::NamedBlock(std::u16string_view name, ObjectKind kind, ObjectFile fil
 NamedBlock::~NamedBlock()
 {
     ReleaseName();
+    if (m_parks && m_hold == Hold::GivenUp)
+        m_file.Release(); // the file must not stay for ever
 }
 
 bool NamedBlock::MapState() noexcept
@@ -44,8 +47,9 @@ std::shared_ptr<NamedBlock> NamedBlock::Share(NamedBlock* block)
 
 std::shared_ptr<NamedBlock> NamedBlock::Create(const Request& request, Initialise initialise, const void* context)
 {
-    if (auto known = BlockPool::Instance().Take(request.name, request.kind)) {
-        SetLastError(ERROR_ALREADY_EXISTS);
+    Making making{request, initialise, context};
+    if (auto known = BlockPool::Instance().Take(request.name, request.kind, &making)) {
+        SetLastError(making.made ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
         return Share(known.release());
     }
     std::string fileName;
@@ -61,13 +65,15 @@ std::shared_ptr<NamedBlock> NamedBlock::Create(const Request& request, Initialis
     auto block = std::unique_ptr<NamedBlock>(new NamedBlock(request.name, request.kind, std::move(file)));
     if (!block->MapState())
         return nullptr;
+    block->m_forEveryone = request.forEveryone;
+    block->m_parks = made && request.dataSize == 0 && BlockPool::Instance().IsMadeAgain(request.name);
     SetLastError(made ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
     return Share(block.release());
 }
 
 std::shared_ptr<NamedBlock> NamedBlock::Open(std::u16string_view name, ObjectKind kind)
 {
-    auto block = BlockPool::Instance().Take(name, kind);
+    auto block = BlockPool::Instance().Take(name, kind, nullptr);
     if (!block) {
         const std::u16string_view given = name;
         std::string fileName;
@@ -91,7 +97,32 @@ void NamedBlock::ReleaseName() noexcept
     if (m_hold != Hold::Held)
         return;
     const ErrnoKeeper keeper;
+    if (m_parks) {
+        m_file.Park();
+        m_hold = Hold::GivenUp;
+        return;
+    }
     m_hold = m_file.Release() ? Hold::Gone : Hold::GivenUp;
+}
+
+bool NamedBlock::Retake(Making* making) noexcept
+{
+    const ObjectFile::Retaken retaken = m_file.Retake();
+    m_hold = retaken == ObjectFile::Retaken::No ? Hold::Gone : Hold::Held;
+    // An account that could not remove the dead object's file may have used it for another one.
+    const bool same = !m_page || ObjectFile::ParameterIn(m_page.Base()) == m_file.Parameter();
+    if (retaken == ObjectFile::Retaken::Held && same)
+        return true;
+    if (retaken == ObjectFile::Retaken::Dead && same && making && m_parks &&
+        making->request.parameter == m_file.Parameter() && making->request.forEveryone == m_forEveryone) {
+        std::memset(State(), 0, StateSize);
+        making->initialise(State(), making->context);
+        making->made = m_file.Revive() && !m_page.IsPatched();
+        if (making->made)
+            return true;
+    }
+    m_parks = false; // what is held now goes with the block
+    return false;
 }
 
 void NamedBlock::Retire(NamedBlock* block) noexcept

@@ -2,7 +2,8 @@
 //
 // Blocks whose last handle in this process was closed are kept for a while with what they have mapped,
 // without holding the object: opening it again then costs a look at the locks of its file instead of a
-// new descriptor and new mappings. See BlockPool.
+// new descriptor and new mappings. The file of an object without data that this process makes again and
+// again stays, too, when nobody holds it: made anew it costs the same look, and no new file. See BlockPool.
 #pragma once
 
 #include "platform/posix/core/Object.h"
@@ -55,6 +56,15 @@ private:
 
     NamedBlock(std::u16string_view name, ObjectKind kind, ObjectFile file);
     bool MapState() noexcept;
+    // Holds the object again after it was given up; `made` when that needed its making. Null: only an
+    // object that is there will do.
+    struct Making {
+        const Request& request;
+        Initialise initialise;
+        const void* context;
+        bool made = false;
+    };
+    bool Retake(Making* making) noexcept;
     static std::shared_ptr<NamedBlock> Share(NamedBlock* block);
     // Instead of its destruction: keeps the block in the pool when its object is still there.
     static void Retire(NamedBlock* block) noexcept;
@@ -65,6 +75,8 @@ private:
     const ObjectKind m_kind;
     ObjectFile m_file;
     Hold m_hold = Hold::Held;
+    bool m_forEveryone = false; // when it was made here
+    bool m_parks = false;       // the file stays when the name is given up
     GuardedMapping m_page;
     std::mutex m_lock; // of the idle views
     std::array<std::unique_ptr<GuardedMapping>, 2> m_idle;

@@ -320,17 +320,32 @@ bool ObjectFile::Release() noexcept
     return true;
 }
 
-bool ObjectFile::Retake() noexcept
+void ObjectFile::Park() noexcept
+{
+    SetLock(m_file.Get(), F_UNLCK);
+}
+
+ObjectFile::Retaken ObjectFile::Retake() noexcept
 {
     const Hold hold = TryHold(m_file.Get());
     struct stat status {
     };
-    if (hold == Hold::Held && fstat(m_file.Get(), &status) == 0 && status.st_nlink != 0 &&
+    if (hold != Hold::Busy && fstat(m_file.Get(), &status) == 0 && status.st_nlink != 0 &&
         status.st_size >= FileSize(m_dataSize))
-        return true;
+        return hold == Hold::Held ? Retaken::Held : Retaken::Dead;
     if (hold != Hold::Busy)
         Release();
-    return false;
+    return Retaken::No;
+}
+
+bool ObjectFile::Revive() noexcept
+{
+    return SetLock(m_file.Get(), F_RDLCK);
+}
+
+std::uint32_t ObjectFile::ParameterIn(const void* page) noexcept
+{
+    return static_cast<const Header*>(page)->parameter;
 }
 
 } // namespace vlt::posix

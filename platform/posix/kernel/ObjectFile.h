@@ -5,7 +5,8 @@
 // a file that nobody has locked is that of a dead object, whatever it holds. An exclusive lock is taken
 // to make the object and to remove a dead one's file, and never kept across a wait. All steps are single
 // system calls on the one file: there is no lock on the folder that another process could sit on, and
-// whoever is killed between two steps leaves a dead object, which the next one removes.
+// whoever is killed between two steps leaves a dead object, which the next one removes. A dead object's
+// file also stays for a while when the process that made it is likely to make it again.
 //
 // A file may be written by whoever may open it, so what is read from it is checked each time, and only
 // the state and the data are ever mapped.
@@ -48,8 +49,18 @@ public:
 
     // Gives the object up. True when nobody holds it any more: the file is gone.
     bool Release() noexcept;
-    // Holds the object again after Release(). False when it has gone or has changed its size.
-    bool Retake() noexcept;
+    // Gives the object up and leaves the file, even if it is a dead object's then.
+    void Park() noexcept;
+
+    enum class Retaken { No, Held, Dead };
+    // Holds the object again after it was given up. No when it has gone or has changed its size. Dead when
+    // nobody holds it, and nobody can until the caller makes it anew with Revive() or calls Release().
+    Retaken Retake() noexcept;
+    // For the state of a new object that is the same as the old one otherwise. False when others have it.
+    bool Revive() noexcept;
+
+    // Of the object whose first page is mapped there.
+    static std::uint32_t ParameterIn(const void* page) noexcept;
 
     int Descriptor() const noexcept { return m_file.Get(); }
     std::uint32_t Parameter() const noexcept { return m_parameter; }
