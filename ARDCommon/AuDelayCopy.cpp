@@ -46,13 +46,17 @@ bool IsCountValid(unsigned count)
     return false;
 }
 
-// Where pair `number` is staged; the same file name may come from two folders.
+// Where pair `number` is staged; the same file name may come from two folders. That is where it lies when
+// it has been staged under this number before.
 std::string StagedPath(const std::string& folder, std::size_t number, const std::string& source)
 {
     // In UTF-16, for the second byte of a character may look like a separator.
     const WString path = vlt::ToWide(source);
-    const WString name = path.substr(VlFile::NamePosition(path));
-    return folder + "\\" + vlt::Format("%u", static_cast<unsigned>(number)) + vlt::ToNarrow(name);
+    const std::string name = vlt::ToNarrow(path.substr(VlFile::NamePosition(path)));
+    const std::string digits = vlt::Format("%u", static_cast<unsigned>(number));
+    const bool isStaged = source == folder + "\\" + name && name.starts_with(digits) &&
+                          name.find_first_not_of("0123456789") == digits.size();
+    return isStaged ? source : folder + "\\" + digits + name;
 }
 
 void Stage(DelayCopyPair& pair, const std::string& staged)

@@ -118,7 +118,7 @@ TEST_F(NextBoot, CarriesTheListOutInOrderAndOnce)
     EXPECT_EQ("new", Content("old")) << "waits for the third boot";
 }
 
-// The state that a starter leaves which was killed between a move and its removal from the list.
+// The state that a starter leaves which was killed between a move and counting it.
 TEST_F(NextBoot, GoesOnWhereAKilledStarterWas)
 {
     File("a", "first");

@@ -8,9 +8,9 @@
 #include "platform/Unique.h"
 #include "platform/win32.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <deque>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -24,26 +24,33 @@ namespace
 constexpr char16_t kKey[] = u"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
 constexpr char16_t kValue[] = u"PendingFileRenameOperations";
 constexpr std::u16string_view kNative = u"\\??\\";
-constexpr std::size_t kIdSize = 64;
+constexpr std::size_t kRecordSize = 64;
 
 struct PendingMove {
     std::u16string from;
     std::u16string to; // empty: delete
 };
 
-std::string FirstLine(int file)
-{
-    char text[kIdSize];
-    const ssize_t size = pread(file, text, sizeof text, 0);
-    const std::string_view read(text, size > 0 ? static_cast<std::size_t>(size) : 0);
-    return std::string(read.substr(0, read.find('\n')));
-}
+// The file's first lines, the other empty when there is none.
+struct Lines {
+    explicit Lines(int file)
+    {
+        char text[kRecordSize];
+        const ssize_t size = pread(file, text, sizeof text, 0);
+        const std::string_view read(text, size > 0 ? static_cast<std::size_t>(size) : 0);
+        const std::size_t end = std::min(read.find('\n'), read.size());
+        first = read.substr(0, end);
+        second = read.substr(std::min(end + 1, read.size()));
+    }
+    std::string first;
+    std::string second;
+};
 
 std::string CurrentBoot()
 {
     const char* const given = std::getenv("VLT_BOOT_ID");
     const Fd file(open(given && *given ? given : "/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC));
-    return FirstLine(file.Get());
+    return Lines(file.Get()).first;
 }
 
 // The record of the boot that the list belongs to, locked until it goes.
@@ -60,22 +67,25 @@ public:
     explicit operator bool() const { return static_cast<bool>(m_file); }
 
     // Empty in a machine that has had no list yet.
-    std::string Boot() const { return FirstLine(m_file.Get()); }
+    std::string Boot() const { return Lines(m_file.Get()).first; }
 
-    bool SetBoot(const std::string& id) const
+    // How many moves of the list have been tried already by a starter that was killed.
+    std::size_t Done() const { return std::strtoul(Lines(m_file.Get()).second.c_str(), nullptr, 10); }
+
+    bool Set(const std::string& boot, std::size_t done) const
     {
-        const std::string line = id + '\n';
-        return ftruncate(m_file.Get(), 0) == 0 &&
-               pwrite(m_file.Get(), line.data(), line.size(), 0) == static_cast<ssize_t>(line.size()) &&
-               fdatasync(m_file.Get()) == 0;
+        const std::string text = boot + '\n' + std::to_string(done) + '\n';
+        return pwrite(m_file.Get(), text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()) &&
+               ftruncate(m_file.Get(), static_cast<off_t>(text.size())) == 0;
     }
+    void Flush() const { fdatasync(m_file.Get()); }
 
 private:
     Fd m_file;
 };
 
 // A text that has no end, and whatever comes after it, is not taken.
-std::deque<PendingMove> Parse(std::u16string_view units)
+std::vector<PendingMove> Parse(std::u16string_view units)
 {
     const auto take = [&units](std::u16string& text) {
         const std::size_t end = units.find(u'\0');
@@ -85,7 +95,7 @@ std::deque<PendingMove> Parse(std::u16string_view units)
         units.remove_prefix(end + 1);
         return true;
     };
-    std::deque<PendingMove> moves;
+    std::vector<PendingMove> moves;
     for (PendingMove move; take(move.from) && take(move.to);)
         moves.push_back(move);
     return moves;
@@ -100,7 +110,7 @@ public:
                                nullptr, m_key.Receive(), nullptr);
     }
 
-    std::deque<PendingMove> Read() const
+    std::vector<PendingMove> Read() const
     {
         DWORD type = REG_NONE;
         DWORD size = 0;
@@ -114,7 +124,7 @@ public:
         return Parse(units);
     }
 
-    LSTATUS Write(const std::deque<PendingMove>& moves) const
+    LSTATUS Write(const std::vector<PendingMove>& moves) const
     {
         if (moves.empty()) {
             const LSTATUS status = RegDeleteValueW(m_key.Get(), kValue);
@@ -184,14 +194,13 @@ void CarryOutWhenDue(const BootRecord& record, const PendingList& list)
     if (boot.empty() || boot == listed)
         return;
     if (!listed.empty()) {
-        std::deque<PendingMove> moves = list.Read();
-        for (; !moves.empty(); list.Write(moves)) {
-            CarryOut(moves.front());
-            moves.pop_front();
-        }
-        list.Write(moves); // a list that cannot be read goes, too
+        const std::vector<PendingMove> moves = list.Read();
+        for (std::size_t done = record.Done(); done < moves.size(); record.Set(listed, done))
+            CarryOut(moves[done++]);
+        list.Write({}); // a list that cannot be read goes, too
     }
-    record.SetBoot(boot);
+    record.Set(boot, 0);
+    record.Flush();
 }
 
 // "\??\" and the path in full.
@@ -223,7 +232,7 @@ BOOL AddPendingMove(LPCWSTR from, LPCWSTR to, bool replace)
     LSTATUS status = list.Open();
     if (status == ERROR_SUCCESS) {
         CarryOutWhenDue(record, list);
-        std::deque<PendingMove> moves = list.Read();
+        std::vector<PendingMove> moves = list.Read();
         moves.push_back(std::move(move));
         status = list.Write(moves);
     }

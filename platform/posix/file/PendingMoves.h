@@ -5,10 +5,10 @@
 // then the same of the target, with a "!" in front when it may be replaced, or an empty text when the
 // file is to be deleted.
 //
-// <machine root>/boot holds the id of the boot that the list was made in (the kernel's boot_id, or the
-// first line of the file that VLT_BOOT_ID names) and is the lock of the list. In another boot the list
-// is due. It is carried out before the first service starts, or before the first new move is put down:
-// in order, each move taken off the list when it was tried, so that whoever is killed leaves the rest to
+// <machine root>/boot is the lock of the list. Its first line is the id of the boot that the list was made
+// in (the kernel's boot_id, or the first line of the file that VLT_BOOT_ID names). In another boot the list
+// is due. It is carried out in order before the first service starts, or before the first new move is put
+// down; the second line counts the moves that have been tried, so that whoever is killed leaves the rest to
 // the next. A source that has gone is passed over. A move that fails is reported to the event log and
 // dropped.
 #pragma once

@@ -104,7 +104,8 @@ std::size_t ProfileText::FindKey(std::string_view section, std::string_view key)
     if (begin == npos)
         return npos;
     key = Trim(key);
-    for (std::size_t i = begin; i < SectionEnd(begin); ++i) {
+    const std::size_t end = SectionEnd(begin);
+    for (std::size_t i = begin; i < end; ++i) {
         if (m_lines[i].kind == Line::Kind::Entry && SameName(m_lines[i].name, key))
             return i;
     }
