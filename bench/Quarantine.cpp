@@ -62,6 +62,14 @@ void RenameBare(const fs::path& folder, std::size_t i)
     Require(rename(from.c_str(), to.c_str()) == 0, "rename");
 }
 
+// The temporary file that makes sure of a name.
+void ReserveBare(const fs::path& folder, std::size_t i)
+{
+    const fs::path name = folder / (std::to_string(i) + ".tmp");
+    close(open(name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
+    Require(unlink(name.c_str()) == 0, "unlink");
+}
+
 class Sqlite
 {
 public:
@@ -149,6 +157,7 @@ void BenchAppend(const fs::path& root)
 {
     Store store(root, "append");
     const fs::path bare = root / "bare";
+    const fs::path all = root / "all";
     const fs::path lite = root / "lite";
     fs::create_directories(lite);
     Sqlite sqlite(root / "append.sqlite");
@@ -172,12 +181,18 @@ void BenchAppend(const fs::path& root)
               AppendBare(bare / "QUADB.VDB", record);
           }),
           [&] { MakeEncoded(bare, kAppends); }},
+         {"same, temporary file", each([&](std::size_t i) {
+              ReserveBare(all, i);
+              RenameBare(all, i);
+              AppendBare(all / "QUADB.VDB", record);
+          }),
+          [&] { MakeEncoded(all, kAppends); }},
          {"rename, SQLite insert", each([&](std::size_t i) {
               RenameBare(lite, i);
               sqlite.Insert(record);
           }),
           [&] { MakeEncoded(lite, kAppends); }}},
-        {1.3, 1.0}, {.operations = kAppends});
+        {1.3, 0, 1.0}, {.operations = kAppends});
 }
 
 void BenchListing(const fs::path& root)

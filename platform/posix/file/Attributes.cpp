@@ -17,7 +17,7 @@ DWORD AttributesOf(const struct stat& status) noexcept
 
 std::optional<Entry> FindEntry(LPCWSTR text, std::size_t limit)
 {
-    const auto path = ParsePath(text ? std::u16string_view(text) : std::u16string_view(), limit);
+    auto path = ParsePath(text ? std::u16string_view(text) : std::u16string_view(), limit);
     if (!path)
         return std::nullopt;
     FoundPath found = FindPath(*path);
@@ -25,7 +25,7 @@ std::optional<Entry> FindEntry(LPCWSTR text, std::size_t limit)
         SetMissingError(*path, found);
         return std::nullopt;
     }
-    Entry entry{*path, std::move(found.host), found.status, S_ISLNK(found.status.st_mode), 0};
+    Entry entry{*std::move(path), std::move(found.host), found.status, S_ISLNK(found.status.st_mode), 0};
     struct stat target;
     if (entry.isLink && stat(entry.host.c_str(), &target) == 0)
         entry.status = target; // a link that leads nowhere stands for itself

@@ -53,6 +53,25 @@ std::u16string NumberedName(std::u16string_view prefix, WORD number)
     return std::u16string(prefix) + vlt::Format(u"%X.tmp", number);
 }
 
+// Makes an empty file; false with ERROR_FILE_EXISTS when the name is taken. Nobody can be denied it: it is
+// closed at once.
+bool MakeEmptyFile(const std::u16string& text)
+{
+    const auto path = ParsePath(text);
+    if (!path)
+        return false;
+    const FoundPath found = FindPath(*path);
+    if (!found.exists && (!found.parentExists || !IsCreatable(*path))) {
+        SetMissingError(*path, found);
+        return false;
+    }
+    if (found.exists || !Fd(open(found.host.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666))) {
+        SetLastError(found.exists ? ERROR_FILE_EXISTS : ErrorFromErrno(errno));
+        return false;
+    }
+    return true;
+}
+
 UINT DriveType(std::u16string_view root)
 {
     if (root.empty())
@@ -147,13 +166,11 @@ UINT GetTempFileNameW(LPCWSTR folder, LPCWSTR prefix, UINT unique, LPWSTR result
         if (number == 0)
             continue;
         const std::u16string text = base + NumberedName(letters, number);
-        const HANDLE file = CreateFileW(text.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
-        if (file != INVALID_HANDLE_VALUE) {
-            CloseHandle(file);
+        if (MakeEmptyFile(text)) {
             CopyPathText(text, result, MAX_PATH);
             return number;
         }
-        if (const DWORD error = GetLastError(); error != ERROR_FILE_EXISTS && error != ERROR_SHARING_VIOLATION)
+        if (GetLastError() != ERROR_FILE_EXISTS)
             return 0;
     }
     SetLastError(ERROR_FILE_EXISTS);

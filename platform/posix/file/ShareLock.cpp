@@ -16,14 +16,15 @@ namespace vlt::posix
 namespace
 {
 
-// Positions from FirstByte. A reader that denies writing and deleting holds 0 to 2 and looks at 3 to 5.
+// Positions from FirstByte. Reading and writing are each beside the denial of deletion, and all denials of
+// who reads and writes alone are one run with them.
 enum Bit : unsigned {
-    Reads = 1u << 0,
-    DeniesDelete = 1u << 1,
-    DeniesWrite = 1u << 2,
+    DeniesWrite = 1u << 0,
+    Reads = 1u << 1,
+    DeniesDelete = 1u << 2,
     Writes = 1u << 3,
-    Deletes = 1u << 4,
-    DeniesRead = 1u << 5,
+    DeniesRead = 1u << 4,
+    Deletes = 1u << 5,
 };
 constexpr unsigned BitCount = 6;
 constexpr off_t FirstByte = std::numeric_limits<off_t>::max() - 64;
@@ -74,12 +75,17 @@ struct flock Region(short type, off_t first, off_t length) noexcept
     return region;
 }
 
+bool IsFree(int fd, off_t first, off_t length) noexcept
+{
+    struct flock region = Region(F_WRLCK, first, length);
+    return fcntl(fd, F_OFD_GETLK, &region) != 0 || region.l_type == F_UNLCK;
+}
+
 bool IsHeldByOthers(int fd, unsigned bits) noexcept
 {
-    return !ForEachRun(bits, [fd](off_t first, off_t length) {
-        struct flock region = Region(F_WRLCK, first, length);
-        return fcntl(fd, F_OFD_GETLK, &region) != 0 || region.l_type == F_UNLCK;
-    });
+    // Usually nobody else has the file open.
+    return !IsFree(fd, FirstByte, BitCount) &&
+           !ForEachRun(bits, [fd](off_t first, off_t length) { return IsFree(fd, first, length); });
 }
 
 } // namespace
