@@ -139,6 +139,11 @@ TEST(FileManageTest, MovesBetweenFileSystemsByCopying)
     struct stat status;
     ASSERT_EQ(stat(folder.HostPath("other/tool").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0755u); // a program stays one
+    // What does not fit stays where it is.
+    WriteBytes(folder.HostPath("large"), std::string(2 << 20, 'x'));
+    EXPECT_FAILS(MoveFileW(folder.PathW("large").c_str(), folder.PathW("other\\large").c_str()), ERROR_DISK_FULL);
+    EXPECT_EQ(ReadBytes(folder.HostPath("large")).size(), std::size_t{2} << 20);
+    EXPECT_FALSE(Exists(folder.PathW("other\\large")));
     umount(folder.HostPath("other").c_str());
 }
 #endif

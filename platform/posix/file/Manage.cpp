@@ -7,11 +7,13 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <functional>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 using namespace vlt::posix;
 
@@ -60,18 +62,18 @@ struct Target {
 
 std::optional<Target> FindTarget(LPCWSTR text)
 {
-    const auto path = ParsePath(text ? std::u16string_view(text) : std::u16string_view());
+    auto path = ParsePath(text ? std::u16string_view(text) : std::u16string_view());
     if (!path)
         return std::nullopt;
-    Target target{*path, FindPath(*path), {}};
-    if (!target.found.parentExists || (!target.found.exists && !IsCreatable(*path))) {
-        SetMissingError(*path, target.found);
+    FoundPath found = FindPath(*path);
+    if (!found.parentExists || (!found.exists && !IsCreatable(*path))) {
+        SetMissingError(*path, found);
         return std::nullopt;
     }
-    const std::size_t slash = target.found.host.rfind('/');
-    target.host =
-        path->names.empty() ? target.found.host : target.found.host.substr(0, slash + 1) + HostName(path->names.back());
-    return target;
+    std::string host = found.host;
+    if (!path->names.empty())
+        host.replace(host.rfind('/') + 1, std::string::npos, HostName(path->names.back()));
+    return Target{*std::move(path), std::move(found), std::move(host)};
 }
 
 // The contents and the write time; the permissions of the source, hence its read-only attribute.
@@ -111,6 +113,34 @@ BOOL Copy(const FullPath& from, const FullPath& to, bool failIfExists)
     return FALSE;
 }
 
+bool HaveSameContents(int a, int b)
+{
+    constexpr std::size_t kBlock = 64 * 1024;
+    std::vector<char> blocks(2 * kBlock);
+    for (off_t at = 0;;) {
+        const ssize_t got = pread(a, blocks.data(), kBlock, at);
+        const ssize_t other = pread(b, blocks.data() + kBlock, kBlock, at);
+        if (got < 0 || got != other ||
+            std::memcmp(blocks.data(), blocks.data() + kBlock, static_cast<std::size_t>(got)) != 0)
+            return false;
+        if (got == 0)
+            return true;
+        at += got;
+    }
+}
+
+// The only other copy is deleted next.
+bool IsSafe(const std::string& copy, const std::string& original)
+{
+    const Fd to(open(copy.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    const Fd from(open(original.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (!to || !from || (fsync(to.Get()) != 0 && errno != EINVAL))
+        return false;
+    posix_fadvise(to.Get(), 0, 0, POSIX_FADV_DONTNEED); // what is compared comes from the disk again
+    errno = EIO;
+    return HaveSameContents(to.Get(), from.Get());
+}
+
 BOOL MoveAcrossFileSystems(const Entry& source, const Target& target, bool replace)
 {
     if (source.IsFolder() || source.isLink)
@@ -120,7 +150,13 @@ BOOL MoveAcrossFileSystems(const Entry& source, const Target& target, bool repla
             SetLastError(ERROR_ALREADY_EXISTS);
         return FALSE;
     }
-    return Checked(unlink(source.host.c_str()) == 0);
+    const std::string copy = FindPath(target.path).host;
+    if (!IsSafe(copy, source.host) || unlink(source.host.c_str()) != 0) {
+        FailFromErrno();
+        unlink(copy.c_str()); // the file stays where it is, and there alone
+        return FALSE;
+    }
+    return TRUE;
 }
 
 // File systems without a rename that spares the target get a look before it.
