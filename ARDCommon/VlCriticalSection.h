@@ -13,6 +13,7 @@ public:
     VlCriticalSection& operator=(const VlCriticalSection&) = delete;
 
     void Lock() override { EnterCriticalSection(&m_section); }
+    bool TryLock() { return TryEnterCriticalSection(&m_section) != FALSE; }
     void Unlock() override { LeaveCriticalSection(&m_section); }
 
 private:

@@ -9,15 +9,21 @@ namespace VlUtil
 
 bool SyncExecuteProcess(LPCWSTR commandLine)
 {
+    vlt::KernelHandle process;
+    return StartProcess(commandLine, process) && WaitForSingleObject(process.Get(), INFINITE) == WAIT_OBJECT_0;
+}
+
+bool StartProcess(LPCWSTR commandLine, vlt::KernelHandle& process)
+{
     WString writable = commandLine; // the system changes it while it looks for the program
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION information{};
     if (!CreateProcessW(nullptr, writable.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &information))
         return false;
-    const vlt::KernelHandle process(information.hProcess);
     const vlt::KernelHandle thread(information.hThread);
-    return WaitForSingleObject(process.Get(), INFINITE) == WAIT_OBJECT_0;
+    process.Reset(information.hProcess);
+    return true;
 }
 
 WString GetModuleVersion(LPCWSTR file)

@@ -11,6 +11,8 @@ namespace VlUtil
 // quoted; when it holds blanks the system tries each prefix that ends before one. True when the
 // program was started; its exit code is not looked at. Sets the last error.
 bool SyncExecuteProcess(LPCWSTR commandLine);
+// The same without the wait. On failure the handle is left alone.
+bool StartProcess(LPCWSTR commandLine, vlt::KernelHandle& process);
 
 // The version resource of a program or library as "major.minor.release.build"; empty when it has none.
 WString GetModuleVersion(LPCWSTR file);

@@ -1,15 +1,17 @@
 #include "realtime/Setreal.h"
 
-#include "ARDCommon/EventLog.h"
 #include "ARDCommon/NotifyFormat.h"
 #include "ARDCommon/ProgramFolder.h"
 #include "ARDCommon/ServiceLog.h"
 #include "ARDCommon/VlDebug.h"
 #include "ARDCommon/VlUtil.h"
-#include "platform/Format.h"
 #include "platform/Text.h"
+#include "realtime/ControlEvents.h"
 #include "realtime/DefaultExtension.h"
+#include "realtime/EngineFailure.h"
 #include "realtime/EventLogSource.h"
+#include "realtime/Polling.h"
+#include "realtime/RegistryWatchers.h"
 #include "realtime/SecurityCentre.h"
 #include "realtime/Settings.h"
 #include "realtime/State.h"
@@ -23,8 +25,6 @@ namespace
 
 constexpr std::uint32_t kScanLibraryVersion = 2;
 constexpr std::uint32_t kOnAccess = 1;
-constexpr UINT kEngineLoadFailedText = 1002;
-constexpr DWORD kEngineLoadFailedEvent = 0xA0000003;
 
 void TraceProgramVersion()
 {
@@ -49,13 +49,6 @@ bool BindScanLibrary(const WString& file)
     return true;
 }
 
-void ReportEngineLoadFailure()
-{
-    WCHAR text[512] = {};
-    LoadStringW(GetModuleHandleW(nullptr), kEngineLoadFailedText, text, 512);
-    vlt::LogEvent(vlt::kServiceDisplayName, vlt::ErrorText(text, 0).c_str(), kEngineLoadFailedEvent, true);
-}
-
 // Calls ASInitScanW and keeps the handle; on failure frees the library and tells the administrator.
 bool OpenScanHandle(const WString& folder)
 {
@@ -74,7 +67,7 @@ bool OpenScanHandle(const WString& folder)
         if (record.reason == AS_REASON_NO_PATTERN)
             WriteVersionErrorValues(VERSION_ERROR_PATTERN | VERSION_ERROR_ENGINE);
         RegisterEventLogSource();
-        ReportEngineLoadFailure();
+        ReportEngineFailure(0);
         VLT_TRACE(40, "*** ASInitScanW() fialed with an error");
         return false;
     }
@@ -100,7 +93,7 @@ void WriteVersions(AsHandle handle)
     WriteEngineVersion(handle); // replaces what ASGetEngineInfo said
     // Left out: EngineDLL64, the pattern library's version.
     WriteSpywareVersion(handle);
-    // Left out: the white-list and black-list pattern versions.
+    WriteListPatternVersions(handle);
 }
 
 // Without it detections are still logged.
@@ -122,6 +115,20 @@ void DeleteNotifier()
     if (state.notifier)
         state.notifier->Stop();
     state.notifier.reset();
+}
+
+// The thread of the exclusion still runs.
+void CloseScanLibrary()
+{
+    vlt::RealtimeState& state = vlt::Realtime();
+    const VlLock lock(state.processExclusion.Gate());
+    if (state.scanModule) {
+        if (state.scanTable.ASDeInitScan != nullptr)
+            state.scanTable.ASDeInitScan(state.scanHandle);
+        state.scanModule.Reset();
+    }
+    state.scanTable = {};
+    state.scanHandle = nullptr;
 }
 
 } // namespace
@@ -149,7 +156,8 @@ bool InitKSAPI(const WString& directory)
         const VlLock lock(*state.settingsLock);
         RealtimeSetting();
     }
-    // Left out: the registry watchers WhenRegChange, then WhenExceptionRegChange.
+    state.settingsWatcher.Start(WhenRegChange);
+    state.exceptionWatcher.Start(WhenExceptionRegChange);
 
     // Nothing uses the descriptor; what counts is that start-up fails when it cannot be made.
     if (!VlUtil::CreateNullDaclDescriptor()) {
@@ -157,7 +165,9 @@ bool InitKSAPI(const WString& directory)
         return false;
     }
     CreateNotifier();
-    // Left out: AddExceptProcessIdThread, then PollingStatusThread, then EventThread.
+    state.processExclusion.Start();
+    state.polling.Start(PollingStatusThread);
+    state.controlEvents.Start(EventThread);
     return true;
 }
 
@@ -169,18 +179,14 @@ void StopRealtimeScan()
         const std::int32_t result = state.scanTable.ASStopScan(state.scanHandle, 0);
         VLT_TRACE(40, "ASStopScan result = %d", result);
     }
-    // Left out: ending the registry watchers WhenRegChange, then WhenExceptionRegChange.
-    // Left out: ending PollingStatusThread, then EventThread.
+    state.settingsWatcher.End();
+    state.exceptionWatcher.End();
+    state.polling.End();
+    state.controlEvents.End();
     state.quarantine.QuarantineClose();
-    if (state.scanModule) {
-        if (state.scanTable.ASDeInitScan != nullptr)
-            state.scanTable.ASDeInitScan(state.scanHandle);
-        state.scanModule.Reset();
-    }
-    state.scanTable = {};
-    state.scanHandle = nullptr;
+    CloseScanLibrary();
     state.settingsLock.reset();
     DeleteNotifier();
-    // Left out: ending AddExceptProcessIdThread by force.
+    state.processExclusion.End();
     ChangeWSCStatus(false, false);
 }

@@ -219,6 +219,12 @@ std::int32_t RealtimeSetting()
     return result;
 }
 
+void ReportProtection()
+{
+    const bool spyware = GetScanSetting(SettingId::Spyware) != 0;
+    ChangeWSCStatus(IsMonitorWanted(), spyware);
+}
+
 int GetExceptionFileList(std::vector<WString>& list)
 {
     return GetExceptionList(vlt::kExceptionFileStem, list);

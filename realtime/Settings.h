@@ -14,6 +14,9 @@
 // centre's command program.
 std::int32_t RealtimeSetting();
 
+// Tells the security centre what the settings want as they stand now. Waits for the command program.
+void ReportProtection();
+
 // Append the exceptions of the exception key in the order of their numbers (RealTimeSettings.h). 1 when
 // the key opened, else 0.
 int GetExceptionFileList(std::vector<WString>& list);

@@ -7,6 +7,8 @@
 #include "ARDCommon/VlCriticalSection.h"
 #include "engine/ArdScanTable.h"
 #include "platform/Unique.h"
+#include "realtime/ProcessExclusion.h"
+#include "realtime/WorkerThread.h"
 
 #include <atomic>
 #include <memory>
@@ -33,6 +35,12 @@ struct RealtimeState {
     // until the library has ended them.
     std::unique_ptr<CNotifySender> notifier;
     std::atomic<CNotifySender*> publishedNotifier = nullptr;
+
+    CWorkerThread settingsWatcher;
+    CWorkerThread exceptionWatcher;
+    CProcessExclusion processExclusion;
+    CWorkerThread polling;
+    CWorkerThread controlEvents;
 };
 
 RealtimeState& Realtime();

@@ -13,9 +13,14 @@
 namespace
 {
 
+void WriteEntry(LPCWSTR section, LPCWSTR key, const WString& value)
+{
+    WritePrivateProfileStringW(section, key, value.c_str(), vlt::SettingsFile().c_str());
+}
+
 void WriteInfo(LPCWSTR key, const WString& value)
 {
-    WritePrivateProfileStringW(TEXT("Info"), key, value.c_str(), vlt::SettingsFile().c_str());
+    WriteEntry(TEXT("Info"), key, value);
 }
 
 } // namespace
@@ -96,4 +101,24 @@ void WriteSpywareVersion(AsHandle handle)
     std::uint32_t version = 0;
     if (getVersion != nullptr && getVersion(handle, &version) != 0)
         WriteInfo(TEXT("SpyWare"), vlt::Format(TEXT("%u"), version));
+}
+
+void WriteListPatternVersions(AsHandle handle)
+{
+    const auto getVersion = vlt::ProcAddress<ASGetPatternVersion_t>(vlt::ScanModule(), "ASGetPatternVersion");
+    if (getVersion == nullptr)
+        return;
+    constexpr struct {
+        const char* stem;
+        const WCHAR* version;
+        const WCHAR* date;
+    } lists[] = {{"vlwhite", TEXT("WhiteListPattern"), TEXT("WhiteList")},
+                 {"vlblack", TEXT("BlackListPattern"), TEXT("BlackList")}};
+    for (const auto& list : lists) {
+        std::uint32_t version = 0;
+        const bool known = getVersion(handle, list.stem, &version) != 0;
+        WriteInfo(list.version, vlt::Format(TEXT("%u"), version));
+        if (!known)
+            WriteEntry(TEXT("LastUpdateDate"), list.date, {});
+    }
 }

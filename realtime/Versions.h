@@ -21,6 +21,10 @@ void WriteEngineVersion(AsHandle handle);
 void WritePatternVersion(AsHandle handle);
 // SpyWare, decimal. The entry point is looked up by name at each use.
 void WriteSpywareVersion(AsHandle handle);
+// WhiteListPattern and BlackListPattern, decimal; for a list that the library does not have, the date of
+// its last update (section LastUpdateDate) is emptied as well. Nothing without the entry point, which is
+// looked up by name at each use.
+void WriteListPatternVersions(AsHandle handle);
 
 namespace vlt
 {

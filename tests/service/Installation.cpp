@@ -341,7 +341,7 @@ std::string Record::Line() const
             line += value == "true" ? "" : " OTHER HANDLE";
         else if (key == "arguments")
             line += value;
-        else if (key != "from" && key != "call" && key != "record" && key != "processId")
+        else if (key != "from" && key != "thread" && key != "call" && key != "record" && key != "processId")
             line += ' ' + key + '=' + value;
     }
     return line;

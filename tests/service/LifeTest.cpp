@@ -49,7 +49,7 @@ TEST(ServiceLife, StartAndStopDoEverythingInOrder)
     ASSERT_TRUE(service.Reaches(SERVICE_STOPPED));
     EXPECT_EQ(service.Status().dwWin32ExitCode, 0u);
 
-    EXPECT_TRUE(Matches(service.Transcript(), Join({StartUpToInit(service), StartAfterInit(), Stop()})));
+    EXPECT_TRUE(Matches(LinesBy(By::Rest, service), Join({StartUpToInit(service), StartAfterInit(), Stop()})));
     ExpectReports(service, kLife);
 
     // The initialisation record to the byte, but for its two pointers.
@@ -80,7 +80,7 @@ TEST(ServiceLife, InterrogateRepeatsTheStatusAndASecondLifeIsLikeTheFirst)
     ASSERT_TRUE(service.Reaches(SERVICE_STOPPED));
     ASSERT_TRUE(service.Live());
     const Lines life = Join({StartUpToInit(service), StartAfterInit(), Stop()});
-    EXPECT_TRUE(Matches(service.Transcript(), Join({life, life})));
+    EXPECT_TRUE(Matches(LinesBy(By::Rest, service), Join({life, life})));
     Lines reports = Join({kLife, kLife});
     reports.insert(reports.begin() + 2, 2, reports[1]);
     ExpectReports(service, reports);
@@ -106,7 +106,7 @@ TEST(ServiceLife, StopDuringStartIsKeptUntilTheStartIsComplete)
     Lines stop = Stop();
     stop.erase(stop.begin());
     EXPECT_TRUE(
-        Matches(service.Transcript(),
+        Matches(LinesBy(By::Rest, service),
                 Join({StartUpToInit(service), {"40 .\\crealscan.cpp CRealScan::OnStop()"}, StartAfterInit(), stop})));
     ExpectReports(service, {"2 1 5000 0 0", "3 1 6000 0 0", "4 0 0 5 0", "1 0 0 0 0"});
 }
@@ -125,7 +125,7 @@ TEST(ServiceLife, ASecondStopChangesNothing)
     }
     WriteBytes(service.File("ASStopScan.go"), "");
     ASSERT_TRUE(service.Reaches(SERVICE_STOPPED));
-    EXPECT_TRUE(Matches(service.Transcript(), Join({StartUpToInit(service), StartAfterInit(), Stop()})));
+    EXPECT_TRUE(Matches(LinesBy(By::Rest, service), Join({StartUpToInit(service), StartAfterInit(), Stop()})));
     ExpectReports(service, kLife);
 }
 
@@ -143,7 +143,7 @@ TEST(ServiceLife, AKilledServiceStartsAgain)
     ASSERT_TRUE(service.Live());
     EXPECT_EQ(service.Status().dwWin32ExitCode, 0u);
     const Lines start = Join({StartUpToInit(service), StartAfterInit()});
-    EXPECT_TRUE(Matches(service.Transcript(), Join({start, start, Stop()})));
+    EXPECT_TRUE(Matches(LinesBy(By::Rest, service), Join({start, start, Stop()})));
 }
 
 // What ends a start: the trace, the calls, the reports, and for an engine that fails the event log.
@@ -191,7 +191,7 @@ TEST_P(ServiceStart, FailureEndsItAsStoppedWithCodeZero)
     stop.erase(opened + 1, opened + 4);
     const bool store = each.begun > 3 && each.library != std::string("nodeinit/ArdScan.dll");
     stop.erase(stop.begin(), store ? opened : opened + 1);
-    EXPECT_TRUE(Matches(service.Transcript(), Join({begin, each.trace, end, stop})));
+    EXPECT_TRUE(Matches(LinesBy(By::Rest, service), Join({begin, each.trace, end, stop})));
     ExpectReports(service, kFailedStart);
     EXPECT_EQ(service.Ini("Info", "Engine"), each.engine);
     EXPECT_EQ(service.Ini("Info", "Pattern"), each.reason == 4 ? "0" : "(none)");

@@ -1,7 +1,68 @@
 #include "tests/service/Lives.h"
 
+#include <algorithm>
+#include <iterator>
+#include <map>
+
 namespace vlt::test
 {
+namespace
+{
+
+// The first and the last trace line of each worker.
+constexpr struct {
+    By worker;
+    const char* first;
+    const char* last;
+} kWorkers[] = {
+    {By::SettingsWatcher, "[Enter] WhenRegChange()", "[Leave] WhenRegChange()"},
+    {By::ExceptionWatcher, "[Enter] WhenExceptionRegChange()", "[Leave] WhenExceptionRegChange()"},
+    {By::Exclusion, "AddExceptProcessIdThread Called!", "-"},
+    {By::Polling, "Start PollingStatusThread", "End PollingStatusThread"},
+    {By::ControlEvents, "Start EventThread", "End EventThread"},
+};
+
+// Tells whose a record is. The command program runs for the exclusion, or for whom reported last.
+class Owners
+{
+public:
+    By Of(const Record& record)
+    {
+        if (record["from"] == "ArdCmdCom")
+            return record["arguments"].find("GetVlpxPID") != std::string::npos ? By::Exclusion : m_reporting;
+        const std::string text = record["call"].starts_with("Trace") ? record["text"] : "";
+        if (text == "CRealScan::Init()")
+            m_threads.clear();
+        for (const auto& each : kWorkers) {
+            if (text == each.first)
+                m_threads[record["thread"]] = each.worker;
+        }
+        const auto found = m_threads.find(record["thread"]);
+        const By owner = found == m_threads.end() ? By::Rest : found->second;
+        if (std::any_of(std::begin(kWorkers), std::end(kWorkers), [&](const auto& each) { return text == each.last; }))
+            m_threads.erase(record["thread"]); // the system gives its number to another one
+        if (text.starts_with("ChangeWSCStatus("))
+            m_reporting = owner;
+        return owner;
+    }
+
+private:
+    std::map<std::string, By> m_threads;
+    By m_reporting = By::Rest;
+};
+
+} // namespace
+
+Lines LinesBy(By worker, const Installation& service)
+{
+    Lines lines;
+    Owners owners;
+    for (const Record& record : service.Recorded()) {
+        if (owners.Of(record) == worker)
+            lines.push_back(record.Line());
+    }
+    return lines;
+}
 
 Lines StartUpToInit(const Installation& service)
 {
@@ -28,6 +89,8 @@ Lines StartAfterInit()
             "ASGetPatternInformation",
             "ASGetEngineInformation",
             "ASGetSpyWarePatternVersion before=0",
+            "ASGetPatternVersion stem=vlwhite before=0",
+            "ASGetPatternVersion stem=vlblack before=0",
             "40 .\\Setreal.cpp InitializeCriticalSection: *",
             "40 .\\Settings.cpp *** <Vlntsrv> RealtimeSetting()",
             "ASSetExceptionFilePathW path=null",
@@ -89,8 +152,9 @@ Lines Join(std::initializer_list<Lines> parts)
 Lines WithoutTrace(const Installation& service)
 {
     Lines lines;
+    Owners owners;
     for (const Record& record : service.Recorded()) {
-        if (record["from"] != "vldbg64")
+        if (owners.Of(record) == By::Rest && record["from"] != "vldbg64")
             lines.push_back(record.Line());
     }
     return lines;

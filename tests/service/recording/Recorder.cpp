@@ -58,7 +58,7 @@ Field::Field(const char* name, const WCHAR* text) : key(name), json(text ? Quote
 void Write(const char* from, const char* call, Fields first, Fields more)
 {
     static const WString path = Text("record", "log", (Folder() + TEXT("recorded.log")).c_str());
-    std::string bytes = "{\"from\":\"" + std::string(from) + "\",\"call\":\"" + call + '"';
+    std::string bytes = Format("{\"from\":\"%s\",\"thread\":%u,\"call\":\"%s\"", from, GetCurrentThreadId(), call);
     for (const Fields& fields : {first, more}) {
         for (const Field& field : fields)
             bytes += ",\"" + std::string(field.key) + "\":" + field.json;

@@ -2,7 +2,8 @@
 // instructions that make them misbehave.
 //
 // Both files lie in the folder of the running program. recorded.log holds one JSON object a line, in
-// the order of the calls over all processes and threads; "from" and "call" name the entry point.
+// the order of the calls over all processes and threads; "from" and "call" name the entry point, "thread"
+// the calling thread.
 // recording.ini has one section for each entry point; [record] log= moves the log elsewhere.
 #pragma once
 
