@@ -3,6 +3,7 @@
 #include "ARDCommon/DefSecAttr.h"
 #include "ARDCommon/GlobalName.h"
 #include "ARDCommon/VlDebug.h"
+#include "realtime/FileUpdates.h"
 #include "realtime/PatternReload.h"
 
 #include <array>
@@ -22,6 +23,7 @@ constexpr ControlEvent kEvents[] = {
     {TEXT("Event_Reload_Ksapi"), "Reload KSAPI pattern", ReloadKsapiPattern},
     {TEXT("Event_Reload_Spyware"), "Reload Spyware pattern", ReloadSpywarePattern},
     {TEXT("Event_Reload_Pattern"), "Reload KSAPI, Spyware and Pack pattern", ReloadAllPatterns},
+    {TEXT("Event_Update_ARDFiles"), "Update ARD files", [] { UpdateARDFiles(0); }},
 };
 constexpr DWORD kCount = 1 + std::size(kEvents);
 

@@ -91,7 +91,7 @@ void WriteVersions(AsHandle handle)
     WriteEngineInfoVersion(handle);
     WritePatternVersion(handle);
     WriteEngineVersion(handle); // replaces what ASGetEngineInfo said
-    // Left out: EngineDLL64, the pattern library's version.
+    WriteKsapiDll64Version();
     WriteSpywareVersion(handle);
     WriteListPatternVersions(handle);
 }

@@ -2,6 +2,7 @@
 
 #include "ARDCommon/ProgramFolder.h"
 #include "ARDCommon/VlDebug.h"
+#include "engine/KsapiDllLib.h"
 #include "engine/ProcAddress.h"
 #include "platform/Format.h"
 #include "platform/Text.h"
@@ -21,6 +22,19 @@ void WriteEntry(LPCWSTR section, LPCWSTR key, const WString& value)
 void WriteInfo(LPCWSTR key, const WString& value)
 {
     WriteEntry(TEXT("Info"), key, value);
+}
+
+// The text of a library's version is kept in a field of this size, with its NUL.
+constexpr std::size_t kLibraryVersionSize = sizeof "1234.1234.1234";
+
+bool Is64BitSystem()
+{
+    const vlt::LibraryHandle kernel(LoadLibraryW(TEXT("kernel32.dll")));
+    const auto getInfo = vlt::ProcAddress<void(WINAPI*)(SYSTEM_INFO*)>(kernel.Get(), "GetNativeSystemInfo");
+    SYSTEM_INFO info{};
+    if (getInfo != nullptr)
+        getInfo(&info);
+    return info.wProcessorArchitecture == PROCESSOR_ARCHITECTURE_AMD64;
 }
 
 } // namespace
@@ -92,6 +106,28 @@ void WritePatternVersion(AsHandle handle)
     AsPatternInformation pattern{};
     vlt::ScanLibrary().ASGetPatternInformation(handle, &pattern);
     WriteInfo(TEXT("Pattern"), vlt::Format(TEXT("%u"), pattern.version));
+}
+
+void WriteKsapiDll64Version()
+{
+    VLT_TRACE(50, "[Enter] WriteKsapiDll64Version()");
+    if (!Is64BitSystem())
+        return;
+    CKsapiDllLib library;
+    if (!library.InitA(vlt::ToNarrow(vlt::ApplicationFolder()).c_str())) {
+        VLT_TRACE(20, "Failed ksapilib.Init");
+        return;
+    }
+    KsVersion version{};
+    if (library.KSGetVersion(&version) != 0) {
+        VLT_TRACE(20, "Failed KSGetVersion");
+        return;
+    }
+    VLT_TRACE(40, "version(%d, %d, %d)", version.major, version.minor, version.build);
+    const WString text =
+        vlt::Format(TEXT("%d.%d.%d"), version.major, vlt::NormalisedMinor(version.minor), version.build);
+    WriteInfo(TEXT("EngineDLL64"), text.substr(0, kLibraryVersionSize - 1));
+    VLT_TRACE(50, "[Leave] WriteKsapiDll64Version()");
 }
 
 void WriteSpywareVersion(AsHandle handle)

@@ -19,6 +19,9 @@ void WriteEngineInfoVersion(AsHandle handle);
 void WriteEngineVersion(AsHandle handle);
 // Pattern, decimal.
 void WritePatternVersion(AsHandle handle);
+// EngineDLL64, of the pattern library in the application folder: "major.minor.build", minor with three
+// digits, cut to 14 characters.
+void WriteKsapiDll64Version();
 // SpyWare, decimal. The entry point is looked up by name at each use.
 void WriteSpywareVersion(AsHandle handle);
 // WhiteListPattern and BlackListPattern, decimal; for a list that the library does not have, the date of

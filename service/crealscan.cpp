@@ -2,8 +2,10 @@
 
 #include "ARDCommon/IpcFormat.h"
 #include "ARDCommon/ProgramFolder.h"
+#include "ARDCommon/RollbackFunc.h"
 #include "ARDCommon/VlDebug.h"
 #include "ARDCommon/VlUtil.h"
+#include "realtime/FileUpdates.h"
 #include "realtime/Setreal.h"
 #include "realtime/State.h"
 
@@ -39,14 +41,14 @@ bool CRealScan::Init()
     InitDebugTrace();
     VLT_TRACE(40, "CRealScan::Init()");
     CreateEvents();
-    // Left out: the rollback start-up check, before the engine is loaded.
+    CRollbackFunc().StartCheck(); // the engine must not load a condemned pattern
     if (!InitKSAPI(vlt::ProgramFolder())) {
         VLT_TRACE(20, "Failed: InitKSAPI()");
         return false;
     }
     if (!StartPidExceptionList())
         return false;
-    // Left out: UpdateARDFiles(1), file replacements that an update left pending.
+    UpdateARDFiles(1);
     m_descriptor = VlUtil::CreateNullDaclDescriptor();
     if (!m_descriptor) {
         VLT_TRACE(40, "Error create event for WinXP!\n");
@@ -93,7 +95,7 @@ void CRealScan::DeInit()
     m_pidExceptionList.Stop();
     CloseEvent(m_acknowledgeEvent);
     CloseEvent(m_stopEvent);
-    // Left out: the rollback record "stopped".
+    CRollbackFunc().StopNotice();
     StopRealtimeScan();
 }
 

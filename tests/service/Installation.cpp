@@ -122,7 +122,7 @@ Installation::Installation(const Layout& layout)
     Place(Built("vlntsrv"), Program());
     if (fs::exists(ProductFolder() / "libvlplatform.so"))
         Place(ProductFolder() / "libvlplatform.so", File("libvlplatform.so"));
-    for (const char* variant : {layout.scan, layout.trace, layout.command}) {
+    for (const char* variant : {layout.scan, layout.trace, layout.command, layout.pattern}) {
         if (*variant != 0)
             Place(recording / variant, File(fs::path(variant).filename().string()));
     }

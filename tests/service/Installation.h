@@ -32,6 +32,7 @@ struct Layout {
     const char* scan = "full/ArdScan.dll";
     const char* trace = "full/vldbg64.dll";
     const char* command = "full/ArdCmdCom.exe";
+    const char* pattern = "full/Ksapi64.dll";
 };
 
 // On Windows there is one machine for all tests: what an earlier one left is removed first.

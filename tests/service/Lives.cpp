@@ -88,6 +88,11 @@ Lines StartAfterInit()
             "ASGetEngineInfo",
             "ASGetPatternInformation",
             "ASGetEngineInformation",
+            "50 .\\Versions.cpp [Enter] WriteKsapiDll64Version()",
+            "40 .\\DynLib.cpp Success: LoadLibrary(*Ksapi64.dll): *",
+            "KSGetVersion zeroed=true",
+            "40 .\\Versions.cpp version(9, 52, 1200)",
+            "50 .\\Versions.cpp [Leave] WriteKsapiDll64Version()",
             "ASGetSpyWarePatternVersion before=0",
             "ASGetPatternVersion stem=vlwhite before=0",
             "ASGetPatternVersion stem=vlblack before=0",
@@ -119,6 +124,9 @@ Lines StartAfterInit()
             "40 ..\\..\\ARDCommon\\NotifySender.cpp Event name : Global\\Event_RTScan_VirusFound_evt_notify",
             "40 ..\\..\\ARDCommon\\VlShareMemory.cpp CreateFileMapping success : size = 8320, name = "
             "Global\\Event_RTScan_VirusFound_mem_notify_list",
+            "40 .\\FileUpdates.cpp Enter: UpdateARDFiles( 1 )",
+            "40 .\\FileUpdates.cpp success InitGEvent for RestartOnAllSessions",
+            "40 .\\FileUpdates.cpp Exit: UpdateARDFiles()",
             "40 .\\crealscan.cpp end of CRealScan::Init()"};
 }
 
