@@ -224,35 +224,37 @@ bool CQuarantineDb::Read(QuarantineRecord& record, QuarantineError& error)
             return false;
         }
     }
-    while (m_next < m_block.size() || FillBlock(error)) {
-        record = m_block[m_next++];
-        if (record.type >= kFirstQuarantinedType)
+    while (m_next < m_read || FillBlock(error)) {
+        const QuarantineRecord& next = m_block[m_next++];
+        if (next.type >= kFirstQuarantinedType) {
+            record = next;
             return true;
+        }
     }
     return false;
 }
 
 bool CQuarantineDb::FillBlock(QuarantineError& error)
 {
-    m_block.clear();
-    m_next = 0;
-    std::vector<BYTE> bytes;
-    if (!ReadBlock(m_reader, bytes)) {
+    m_block.resize(kBlockRecords);
+    m_next = m_read = 0;
+    DWORD bytes = 0;
+    if (!ReadFile(m_reader.Get(), m_block.data(), kBlockRecords * sizeof(QuarantineRecord), &bytes, nullptr)) {
         error = QuarantineError::Read;
         return false;
     }
-    const std::size_t used = ForEachRecord(bytes, [&](const QuarantineRecord& record) { m_block.push_back(record); });
+    m_read = bytes / sizeof(QuarantineRecord);
     // A record that is just being appended is read again, whole.
-    if (used != bytes.size())
-        SetFilePointer(m_reader.Get(), -static_cast<LONG>(bytes.size() - used), nullptr, FILE_CURRENT);
-    return !m_block.empty();
+    if (const std::size_t torn = bytes % sizeof(QuarantineRecord); torn != 0)
+        SetFilePointer(m_reader.Get(), -static_cast<LONG>(torn), nullptr, FILE_CURRENT);
+    return m_read != 0;
 }
 
 void CQuarantineDb::CloseReader()
 {
     m_reader.Reset();
-    m_block.clear();
-    m_next = 0;
+    m_block = {};
+    m_next = m_read = 0;
 }
 
 QuarantineError CQuarantineDb::Rewrite(const Keep& keep)

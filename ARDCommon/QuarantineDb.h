@@ -46,5 +46,6 @@ private:
     const WString m_scratch;
     vlt::FileHandle m_reader;
     std::vector<QuarantineRecord> m_block; // read ahead
-    std::size_t m_next = 0;                // of m_block
+    std::size_t m_read = 0;                // of m_block: records in it
+    std::size_t m_next = 0;                // the first that was not given out
 };
