@@ -23,6 +23,7 @@ public:
     explicit ScanLibrary(const std::string& ini = {});
     ~ScanLibrary();
 
+    HMODULE Module() const { return m_module.Get(); }
     AsHandle Handle() const { return m_handle; }
     const TempFolder& Folder() const { return m_folder; }
 
