@@ -2,6 +2,7 @@
 // history of its reports.
 #include "tests/platform/ServiceTest.h"
 
+#include <atomic>
 #include <csignal>
 #include <fstream>
 #include <poll.h>
@@ -16,7 +17,7 @@ using namespace vlt::test;
 namespace
 {
 
-SERVICE_STATUS_HANDLE g_handle;
+std::atomic<SERVICE_STATUS_HANDLE> g_handle; // a control may come before the main has stored it
 HANDLE g_stop;
 DWORD g_control;
 
@@ -51,6 +52,28 @@ void Main(DWORD, LPWSTR* argv)
     Report(g_handle, SERVICE_STOPPED, 0, wrong * 100 + g_control);
 }
 
+// Answers questions until it is told to say no more; after three that it left open it ends.
+void HandleUntilMute(DWORD control)
+{
+    static DWORD open = 0;
+    if (control == 200)
+        open = 1;
+    if (open == 0 || control == 200)
+        Report(g_handle, open == 0 ? SERVICE_RUNNING : SERVICE_PAUSED);
+    else if (++open == 4)
+        SetEvent(g_stop);
+}
+
+void MainUntilMute(DWORD, LPWSTR* argv)
+{
+    g_stop = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    g_handle = RegisterServiceCtrlHandlerW(argv[0], &HandleUntilMute);
+    Report(g_handle, SERVICE_RUNNING);
+    const DWORD wait = WaitForSingleObject(g_stop, 30000);
+    Report(g_handle, SERVICE_STOPPED, 0, wait);
+    Report(g_handle, SERVICE_RUNNING); // from a thread that came late: it stays stopped
+}
+
 class SupervisorSocket
 {
 public:
@@ -70,6 +93,13 @@ public:
         char buffer[512];
         const ssize_t size = poll(&entry, 1, 20000) > 0 ? recv(m_socket, buffer, sizeof(buffer), 0) : -1;
         return size > 0 ? std::string(buffer, static_cast<std::size_t>(size)) : "nothing";
+    }
+    // Forgets what has come. A full socket drops what comes next, so whoever must not miss it drains it first.
+    void Drain()
+    {
+        char buffer[512];
+        while (recv(m_socket, buffer, sizeof(buffer), MSG_DONTWAIT) > 0) {
+        }
     }
 
 private:
@@ -111,6 +141,32 @@ TEST_F(ServiceHost, AnEarlySignalIsAStopOnceTheServiceRuns)
     ASSERT_TRUE(Reaches(SERVICE_STOPPED));
     EXPECT_EQ(DWORD{SERVICE_CONTROL_STOP}, Query().dwWin32ExitCode) << "hundreds count what went wrong in the service";
     EXPECT_EQ("272 2 0 0 0 1 5000\n272 4 5 0 0 0 0\n272 3 0 0 0 1 6000\n272 1 0 1 0 0 0\n", ReadBytes(trace));
+}
+
+VLT_CHILD(watchedService)
+{
+    setenv("NOTIFY_SOCKET", args[0].c_str(), 1);
+    setenv("WATCHDOG_USEC", "400000", 1);
+    WCHAR name[] = TEXT("x");
+    const SERVICE_TABLE_ENTRYW table[] = {{name, &MainUntilMute}, {nullptr, nullptr}};
+    return StartServiceCtrlDispatcherW(table) && !std::getenv("WATCHDOG_USEC") ? 0 : 1;
+}
+
+TEST_F(ServiceHost, OnlyAServiceThatAnswersFeedsTheWatchdog)
+{
+    SupervisorSocket supervisor;
+    Install(ProgramCommand("watchedService", supervisor.Path()));
+    ASSERT_EQ(ERROR_SUCCESS, Start());
+    for (int fed = 0; fed < 3;) {
+        const std::string text = supervisor.Next();
+        ASSERT_NE("nothing", text);
+        fed += text == "WATCHDOG=1\n";
+    }
+    EXPECT_EQ(ERROR_SUCCESS, Control(200));
+    supervisor.Drain();
+    EXPECT_EQ("STATUS=stopped\nSTOPPING=1\n", supervisor.Next()) << "no food between";
+    ASSERT_TRUE(Reaches(SERVICE_STOPPED));
+    EXPECT_EQ(DWORD{WAIT_OBJECT_0}, Query().dwWin32ExitCode);
 }
 
 TEST_F(ServiceHost, ASupervisorStartsItWithoutTheManager)

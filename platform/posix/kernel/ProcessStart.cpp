@@ -4,6 +4,7 @@
 #include "platform/posix/core/Utf.h"
 #include "platform/posix/file/Path.h"
 #include "platform/posix/kernel/CommandLine.h"
+#include "platform/posix/system/Module.h"
 
 #include <cerrno>
 #include <csignal>
@@ -39,9 +40,7 @@ bool HasExtension(std::u16string_view name) noexcept
 
 std::string ProgramFolder()
 {
-    std::string path(4096, '\0');
-    const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
-    path.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+    const std::string& path = ProgramHostPath();
     return path.substr(0, path.rfind('/') + 1);
 }
 

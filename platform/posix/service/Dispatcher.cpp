@@ -230,8 +230,10 @@ void Dispatcher::Loop()
 {
     while (!IsOver()) {
         pollfd entries[] = {{m_wake.Get(), POLLIN, 0}, {m_controls.Get(), POLLIN, 0}};
-        if (poll(entries, 2, -1) < 0)
+        if (poll(entries, 2, m_supervisor.UntilQuestion()) < 0)
             continue;
+        if (m_supervisor.UntilQuestion() == 0)
+            AskForLife();
         std::uint64_t count = 0;
         if (entries[0].revents != 0 && read(m_wake.Get(), &count, sizeof(count)) > 0)
             OnSignals();
@@ -242,6 +244,27 @@ void Dispatcher::Loop()
                 Answer(connection.Get());
         }
     }
+}
+
+// Every service answers this control with a report, for which it needs its handler, its status lock and this
+// thread. One that is stuck in any of them does not.
+void Dispatcher::AskForLife()
+{
+    LPHANDLER_FUNCTION handler = nullptr;
+    unsigned before = 0;
+    {
+        const std::lock_guard guard(m_lock);
+        handler = m_status.dwCurrentState == SERVICE_STOPPED ? nullptr : m_handler;
+        before = m_reports;
+    }
+    if (handler)
+        handler(SERVICE_CONTROL_INTERROGATE);
+    bool answered = false;
+    {
+        const std::lock_guard guard(m_lock);
+        answered = m_reports != before;
+    }
+    m_supervisor.OnAsked(answered);
 }
 
 void Dispatcher::OnSignals()
@@ -325,11 +348,15 @@ bool Dispatcher::Report(const SERVICE_STATUS& status)
 {
     {
         const std::lock_guard guard(m_lock);
+        // One that was on its way in another thread when the service reported its end.
+        if (m_status.dwCurrentState == SERVICE_STOPPED && status.dwCurrentState != SERVICE_STOPPED)
+            return true;
         if (const DWORD error = m_folder.WriteStatus(status)) {
             SetLastError(error);
             return false;
         }
         m_status = status;
+        ++m_reports;
         TraceStatus(status);
         m_supervisor.OnStatus(status);
     }
@@ -344,6 +371,7 @@ void Dispatcher::Finish()
     {
         const std::lock_guard guard(m_lock);
         handle = std::exchange(m_handle, nullptr);
+        SetExitCodeOfService(m_status.dwCurrentState == SERVICE_STOPPED ? m_status.dwWin32ExitCode : 1);
     }
     if (handle)
         CloseHandleOfKind(handle, MaskOf(ObjectKind::ServiceStatus));

@@ -41,6 +41,7 @@ private:
     void OnSignals();
     void DeliverPending();
     void Answer(int connection);
+    void AskForLife();
     DWORD Deliver(DWORD control);
     bool IsOver();
     void WakeUp() const;
@@ -60,7 +61,8 @@ private:
     LPHANDLER_FUNCTION m_handler = nullptr;
     HANDLE m_handle = nullptr;
     bool m_mainReturned = false;
-    Supervisor m_supervisor;
+    unsigned m_reports = 0;
+    Supervisor m_supervisor; // the watchdog's part: dispatcher's thread only
 };
 
 // What a SERVICE_STATUS_HANDLE stands for.

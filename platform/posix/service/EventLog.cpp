@@ -5,12 +5,13 @@
 //    "strings":["…"]}
 //
 // A line is appended by one write. At 8 MB the file becomes application.1.jsonl, in place of the one
-// before. The system's log gets one datagram that is dropped rather than waited for.
+// before. The system's log gets the event, too (SystemLog.h).
 #include "platform/posix/core/Error.h"
 #include "platform/posix/core/Fd.h"
 #include "platform/posix/core/HandleTable.h"
 #include "platform/posix/core/MachineRoot.h"
 #include "platform/posix/core/Utf.h"
+#include "platform/posix/service/SystemLog.h"
 #include "platform/win32.h"
 
 #include <cerrno>
@@ -18,10 +19,7 @@
 #include <fcntl.h>
 #include <new>
 #include <sys/file.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
-#include <syslog.h>
 #include <time.h>
 
 namespace
@@ -30,7 +28,6 @@ namespace
 using namespace vlt::posix;
 
 constexpr off_t RotateAt = 8 * 1024 * 1024;
-constexpr std::size_t MaxDatagram = 8 * 1024;
 
 class EventSourceObject final : public Object
 {
@@ -39,25 +36,6 @@ public:
     explicit EventSourceObject(WStringView source) : Object(kKind), name(source) {}
     const WString name;
 };
-
-const char* TypeName(WORD type)
-{
-    switch (type) {
-    case EVENTLOG_ERROR_TYPE:
-        return "error";
-    case EVENTLOG_WARNING_TYPE:
-        return "warning";
-    default:
-        return "information";
-    }
-}
-
-int Priority(WORD type)
-{
-    return LOG_DAEMON | (type == EVENTLOG_ERROR_TYPE     ? LOG_ERR
-                         : type == EVENTLOG_WARNING_TYPE ? LOG_WARNING
-                                                         : LOG_INFO);
-}
 
 // Lone surrogates stay what they are: JSON can say them.
 void AppendJson(std::string& line, WStringView text)
@@ -93,7 +71,7 @@ std::string Line(WStringView source, WORD type, WORD category, DWORD id, WORD co
     std::snprintf(time + length, sizeof(time) - length, ".%03ldZ", now.tv_nsec / 1'000'000);
     std::string line = std::string("{\"time\":\"") + time + "\",\"source\":";
     AppendJson(line, source);
-    line += std::string(",\"type\":\"") + TypeName(type) + "\",\"id\":" + std::to_string(id) +
+    line += std::string(",\"type\":\"") + service::EventTypeName(type) + "\",\"id\":" + std::to_string(id) +
             ",\"category\":" + std::to_string(category) + ",\"pid\":" + std::to_string(getpid()) + ",\"strings\":[";
     for (WORD i = 0; i < count; ++i) {
         if (i != 0)
@@ -132,24 +110,12 @@ bool Append(const std::string& line)
     return done == static_cast<ssize_t>(line.size());
 }
 
-// syslog(3) would wait for a logger that does not read.
-void SendToSystem(WStringView source, WORD type, WORD count, LPCWSTR* strings)
+std::string Joined(WORD count, LPCWSTR* strings)
 {
-    const Fd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    sockaddr_un address{AF_UNIX, "/dev/log"};
-    if (!socket || connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)
-        return;
-    const time_t now = time(nullptr);
-    tm local{};
-    localtime_r(&now, &local);
-    char stamp[32];
-    strftime(stamp, sizeof(stamp), "%b %e %T", &local);
-    std::string text = '<' + std::to_string(Priority(type)) + '>' + stamp + ' ' + Utf8FromUtf16(source) + '[' +
-                       std::to_string(getpid()) + "]:";
+    std::string text;
     for (WORD i = 0; i < count && strings[i]; ++i)
-        text += ' ' + Utf8FromUtf16(strings[i]);
-    text.resize(std::min(text.size(), MaxDatagram));
-    send(socket.Get(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        text += (i == 0 ? "" : " ") + Utf8FromUtf16(strings[i]);
+    return text;
 }
 
 } // namespace
@@ -184,7 +150,7 @@ BOOL ReportEventW(HANDLE log, WORD type, WORD category, DWORD eventId, PVOID use
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    SendToSystem(source->name, type, stringCount, strings);
+    service::WriteSystemLog({Utf8FromUtf16(source->name), Joined(stringCount, strings), type, category, eventId});
     if (Append(Line(source->name, type, category, eventId, stringCount, strings)))
         return TRUE;
     SetLastErrorFromErrno();

@@ -2,12 +2,15 @@
 
 #include "platform/posix/core/Fd.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 namespace vlt::posix::service
 {
@@ -39,7 +42,46 @@ const char* TextOf(DWORD state) noexcept
     return state < std::size(Texts) ? Texts[state] : Texts[0];
 }
 
+std::atomic<int> g_exitCode{0};
+
 } // namespace
+
+Supervisor::Supervisor()
+{
+    const char* const time = std::getenv("WATCHDOG_USEC");
+    const char* const process = std::getenv("WATCHDOG_PID");
+    if (time && (!process || std::strtol(process, nullptr, 10) == getpid()))
+        m_period = std::strtoull(time, nullptr, 10) / 2000;
+    if (m_period != 0)
+        m_next = GetTickCount64() + m_period;
+    unsetenv("WATCHDOG_USEC");
+    unsetenv("WATCHDOG_PID");
+}
+
+int Supervisor::UntilQuestion() const noexcept
+{
+    if (m_period == 0)
+        return -1;
+    const ULONGLONG now = GetTickCount64();
+    return m_next <= now ? 0 : static_cast<int>(std::min<ULONGLONG>(m_next - now, 1'000'000));
+}
+
+void Supervisor::OnAsked(bool answered) noexcept
+{
+    m_next = GetTickCount64() + m_period;
+    if (answered)
+        Send("WATCHDOG=1\n");
+}
+
+int ExitCodeOfService() noexcept
+{
+    return g_exitCode.load();
+}
+
+void SetExitCodeOfService(DWORD serviceError) noexcept
+{
+    g_exitCode.store(serviceError != 0 ? 1 : 0);
+}
 
 void Supervisor::OnStatus(const SERVICE_STATUS& status) noexcept
 {

@@ -1,5 +1,6 @@
 // The host's main of a program whose entry is wmain. Compiled into each such program.
 #include "platform/posix/core/Utf.h"
+#include "platform/posix/service/Supervisor.h"
 #include "platform/posix/win32/base.h"
 
 #include <string>
@@ -16,5 +17,6 @@ int main(int argc, char** argv)
     for (std::u16string& text : texts)
         arguments.push_back(text.data());
     arguments.push_back(nullptr);
-    return wmain(argc, arguments.data());
+    const int code = wmain(argc, arguments.data());
+    return code != 0 ? code : vlt::posix::service::ExitCodeOfService();
 }

@@ -216,6 +216,19 @@ DWORD CopyPath(const std::u16string& path, LPWSTR buffer, DWORD size)
     return size;
 }
 
+// The name that the program was started by, in its true folder. A program that is started by a link goes by
+// the link's name, as on Windows: an installation keeps it elsewhere than the folder that it works in.
+std::string StartedBy()
+{
+    const auto* const given = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+    const std::string path(given ? given : "");
+    const std::size_t cut = path.rfind('/');
+    std::array<char, PATH_MAX> folder;
+    if (path.empty() || path[0] != '/' || !realpath(path.substr(0, cut + 1).c_str(), folder.data()))
+        return {};
+    return std::string(folder.data()) + path.substr(cut);
+}
+
 } // namespace
 
 const std::string& ProgramHostPath()
@@ -228,6 +241,9 @@ const std::string& ProgramHostPath()
         constexpr std::string_view deleted = " (deleted)";
         if (found.ends_with(deleted) && access(found.c_str(), F_OK) != 0)
             found.resize(found.size() - deleted.size());
+        const std::string link = StartedBy();
+        if (realpath(link.c_str(), text.data()) && found == text.data())
+            return link;
         return found;
     }());
     return path;
