@@ -20,6 +20,7 @@ int main(int argc, char** argv)
     AddExcludeCommands(app);
     AddEventCommands(app);
     AddQuarantineCommands(app, run);
+    AddManualCommand(app);
     try {
         app.parse(argc, argv);
         return run.exit;

@@ -1,0 +1,10 @@
+# Removes what `cmake --install` put in place and nothing else: quarantine, logs and settings stay.
+if(NOT EXISTS ${MANIFEST})
+    message(FATAL_ERROR "nothing was installed from this build folder: ${MANIFEST} is missing")
+endif()
+file(STRINGS ${MANIFEST} files)
+foreach(file IN LISTS files)
+    file(REMOVE $ENV{DESTDIR}${file})
+endforeach()
+list(LENGTH files count)
+message(STATUS "${count} files removed")
