@@ -23,10 +23,16 @@ void CProcessExclusion::Start()
     m_thread.Start([](CWorkerThread&) { return vlt::Realtime().processExclusion.AddExceptProcessIdThread(); });
 }
 
+VlCriticalSection& CProcessExclusion::Gate()
+{
+    m_thread.LendPriority();
+    return m_gate;
+}
+
 void CProcessExclusion::End()
 {
     {
-        const VlLock lock(m_gate);
+        const VlLock lock(Gate());
         if (!m_left)
             m_thread.Terminate();
     }

@@ -26,8 +26,8 @@ public:
     void Start();
     void End();
 
-    // While it is held the thread makes no use of the scan library.
-    VlCriticalSection& Gate() { return m_gate; }
+    // For the stop: while it is held the thread makes no use of the scan library.
+    VlCriticalSection& Gate();
 
 private:
     // Hold the gate, but for their waits.

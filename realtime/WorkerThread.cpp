@@ -35,6 +35,7 @@ void CWorkerThread::End()
     if (!m_thread)
         return;
     m_run = false;
+    LendPriority();
     if (!m_resumed)
         TerminateThread(m_thread.Get(), 0); // nothing else ends a thread that never began
     DWORD wait = 1;
@@ -49,10 +50,16 @@ void CWorkerThread::Terminate()
 {
     if (!m_thread)
         return;
+    LendPriority();
     AwaitBegin();
     TerminateThread(m_thread.Get(), 0);
     WaitForSingleObject(m_thread.Get(), INFINITE);
     m_thread.Reset();
+}
+
+void CWorkerThread::LendPriority()
+{
+    SetThreadPriority(m_thread.Get(), THREAD_PRIORITY_NORMAL);
 }
 
 // A thread that is ended while the system makes it ready may take a lock of the system's with it.

@@ -29,6 +29,9 @@ public:
     // Ends it wherever it is, so its procedure must see to it that nothing is lost by that.
     void Terminate();
 
+    // For whoever waits for the worker: on a busy machine a thread of idle priority may not run for long.
+    void LendPriority();
+
     // For the worker. What it shows must stay open until it shows null.
     bool IsToRun() const { return m_run; }
     void SetWakeEvent(HANDLE event);
