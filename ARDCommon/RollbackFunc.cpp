@@ -1,6 +1,7 @@
 #include "ARDCommon/RollbackFunc.h"
 
 #include "ARDCommon/ProgramFolder.h"
+#include "ARDCommon/RollbackFormat.h"
 #include "ARDCommon/RollbackState.h"
 #include "ARDCommon/RollbackUtil.h"
 #include "ARDCommon/VlDebug.h"
@@ -44,7 +45,7 @@ LONG LastPatternVersion()
     }
     char name[kPatternName] = {};
     const std::string& folder = CRollbackUtil::PatternFolder();
-    if (library.KSGetLastPattern(folder.c_str(), "ptf$qrv", name) != 0)
+    if (library.KSGetLastPattern(folder.c_str(), vlt::kVirusPatternStem, name) != 0)
         return 0;
     std::int32_t version = 0;
     const std::string path = folder + std::string(vlt::FieldText(name));
@@ -103,7 +104,7 @@ void CRollbackFunc::RollbackCurrent() const
     VLT_TRACE(40, "Rollback : Start rollback");
     const int pattern = CurrentPatternNumber();
     const std::string number = vlt::Format("%d", pattern);
-    if (!CRollbackUtil::Rollback(vlt::Format("ptf$qrv.%03d", pattern / 100 % 1000), number))
+    if (!CRollbackUtil::Rollback(vlt::Format("%s.%03d", vlt::kVirusPatternStem, pattern / 100 % 1000), number))
         return;
     SYSTEMTIME now{};
     GetLocalTime(&now);
@@ -140,13 +141,10 @@ bool CRollbackFunc::StopNotice() const
     if (!RollbackState::IsProbation())
         return false;
     const DWORD count = Incremented(RollbackState::NormalCounter.Get());
-    if (count < RollbackState::FreqNormal.Get()) {
-        RollbackState::NormalCounter.Set(count);
-        RollbackState::AbnormalCounter.Set(0);
-    } else {
-        RollbackState::Reset();
-    }
-    return true;
+    if (count >= RollbackState::FreqNormal.Get())
+        return RollbackState::Reset();
+    const bool counted = RollbackState::NormalCounter.Set(count);
+    return RollbackState::AbnormalCounter.Set(0) && counted;
 }
 
 bool CRollbackFunc::WriterRollbackLog(const SYSTEMTIME& localTime, const std::string& number) const
@@ -181,9 +179,9 @@ bool CRollbackFunc::WriterRollbackLog(const SYSTEMTIME& localTime, const std::st
                   GetLastError());
         return false;
     }
-    if (written != size)
-        VLT_TRACE(20, "*** CRollbackFunc::WriterRollbackLog() - dwWriteSize was invalid size.");
     FlushFileBuffers(file.Get());
+    if (written != size) // a line that is short is better than none
+        VLT_TRACE(20, "*** CRollbackFunc::WriterRollbackLog() - dwWriteSize was invalid size.");
     VLT_TRACE(50, "Exit CRollbackFunc::WriterRollbackLog()...");
     return true;
 }

@@ -21,7 +21,8 @@ public:
     // Once at the service's start, before the engine is started: marks the service as running.
     void StartCheck() const;
 
-    // At a normal stop: marks it as stopped. False when no pattern is on probation.
+    // At a normal stop: marks it as stopped. False when no pattern is on probation, or when the counters
+    // could not be written.
     bool StopNotice() const;
 
     // The line, cut to 519 bytes, is in the system code page. Readers may have the file open meanwhile.

@@ -56,11 +56,11 @@ bool IsProbation()
     return EnableAuto.Get() && RollbackFlag.Get();
 }
 
-void Reset()
+bool Reset()
 {
-    RollbackFlag.Set(false);
-    NormalCounter.Set(0);
-    AbnormalCounter.Set(0);
+    const bool ended = RollbackFlag.Set(false);
+    const bool normal = NormalCounter.Set(0);
+    return AbnormalCounter.Set(0) && normal && ended;
 }
 
 } // namespace RollbackState

@@ -81,7 +81,7 @@ inline constexpr Text MoreInfoName{vlt::RollbackValue::MoreInfoName};
 // Whether a pattern is on probation and may be rolled back.
 bool IsProbation();
 
-// Ends the probation and clears its counters.
-void Reset();
+// Ends the probation and clears its counters. False when one of them could not be written.
+bool Reset();
 
 } // namespace RollbackState
