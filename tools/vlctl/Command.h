@@ -55,6 +55,7 @@ void AddWatchCommand(CLI::App& app, Run& run);
 void AddExcludeCommands(CLI::App& app);
 void AddEventCommands(CLI::App& app);
 void AddQuarantineCommands(CLI::App& app, Run& run);
+void AddPatternCommands(CLI::App& app, Run& run);
 void AddManualCommand(CLI::App& app);
 
 // The path of the installed service's program, as it was registered. Throws when it is not installed.

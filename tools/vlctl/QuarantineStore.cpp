@@ -237,14 +237,7 @@ void QuarantineStore::Rewrite(const Keep& keep, bool dropTail) const
 
 void QuarantineStore::PutScratchInPlace() const
 {
-    // A program that reads the file may hold it for a moment.
-    const ULONGLONG deadline = GetTickCount64() + OthersMilliseconds;
-    while (!MoveFileExW(m_scratch.c_str(), m_file.c_str(), MOVEFILE_REPLACE_EXISTING)) {
-        const DWORD error = GetLastError();
-        if ((error != ERROR_SHARING_VIOLATION && error != ERROR_ACCESS_DENIED) || GetTickCount64() >= deadline)
-            FailWith(error, Printable(m_file));
-        Sleep(PollMilliseconds);
-    }
+    MoveOver(m_scratch, m_file);
 }
 
 // The service puts its copy in place after it has given the lock back. What is still there after a
@@ -327,6 +320,18 @@ WString LowerCase(WStringView text)
     if (!lower.empty())
         CharLowerBuffW(lower.data(), static_cast<DWORD>(lower.size()));
     return lower;
+}
+
+void MoveOver(const WString& from, const WString& to)
+{
+    // A program that reads the file may hold it for a moment.
+    const ULONGLONG deadline = GetTickCount64() + OthersMilliseconds;
+    while (!MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING)) {
+        const DWORD error = GetLastError();
+        if ((error != ERROR_SHARING_VIOLATION && error != ERROR_ACCESS_DENIED) || GetTickCount64() >= deadline)
+            FailWith(error, Printable(to));
+        Sleep(PollMilliseconds);
+    }
 }
 
 bool DeleteAnyFile(const WString& path)

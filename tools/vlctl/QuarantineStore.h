@@ -66,6 +66,9 @@ private:
 // The text as file names are compared on the system that the store was made for.
 WString LowerCase(WStringView text);
 
+// Gives a file another name, in place of the file that has it. Throws CommandError.
+void MoveOver(const WString& from, const WString& to);
+
 // Deletes a file whatever its attributes are. True when it is gone, also when it was not there.
 bool DeleteAnyFile(const WString& path);
 

@@ -1,5 +1,5 @@
 // vlctl, the operator's tool: the service, its settings, the registry they live in, the virus log, the
-// quarantine store, and what the service broadcasts and takes as requests.
+// quarantine store, the patterns, and what the service broadcasts and takes as requests.
 #include "tools/vlctl/Command.h"
 
 #include <cstdio>
@@ -20,6 +20,7 @@ int main(int argc, char** argv)
     AddExcludeCommands(app);
     AddEventCommands(app);
     AddQuarantineCommands(app, run);
+    AddPatternCommands(app, run);
     AddManualCommand(app);
     try {
         app.parse(argc, argv);
