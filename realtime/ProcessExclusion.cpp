@@ -110,12 +110,7 @@ bool CProcessExclusion::GetVlpxPID(std::uint32_t& processId)
         VLT_TRACE(20, "Error: CVlShareMemory.Create");
         return false;
     }
-    const WString line = vlt::ApplicationFolder() + TEXT("ArdCmdCom.exe ") + vlt::ToWide(kVlpxPidArgument);
-    bool valid = false;
-    if (!RunCommandProgram(line.c_str()))
-        VLT_TRACE(20, "Error: VlUtil::SyncExecuteProcess err(%d)", GetLastError());
-    else
-        valid = ReadVlpxPID(processId);
+    const bool valid = RunCommandProgram() && ReadVlpxPID(processId);
     m_block.Close();
     return valid;
 }
@@ -135,9 +130,19 @@ bool CProcessExclusion::ReadVlpxPID(std::uint32_t& processId)
     return block.status == kVlpxPidValid;
 }
 
-bool CProcessExclusion::RunCommandProgram(LPCWSTR commandLine)
+bool CProcessExclusion::StartCommandProgram()
 {
-    if (!VlUtil::StartProcess(commandLine, m_command))
+    const WString line = vlt::ApplicationFolder() + TEXT("ArdCmdCom.exe ") + vlt::ToWide(kVlpxPidArgument);
+    if (VlUtil::StartProcess(line.c_str(), m_command))
+        return true;
+    VLT_TRACE(20, "Error: VlUtil::SyncExecuteProcess err(%d)", GetLastError());
+    return false;
+}
+
+// No destructor runs when the thread is ended in the wait, so no caller has anything that needs one.
+bool CProcessExclusion::RunCommandProgram()
+{
+    if (!StartCommandProgram())
         return false;
     m_gate.Unlock();
     WaitForSingleObject(m_command.Get(), INFINITE);

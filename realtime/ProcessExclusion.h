@@ -36,7 +36,8 @@ private:
     bool Attempt(ASAddRemoveExceptionProcess_t add);
     bool GetVlpxPID(std::uint32_t& processId);
     bool ReadVlpxPID(std::uint32_t& processId);
-    bool RunCommandProgram(LPCWSTR commandLine);
+    bool RunCommandProgram();
+    bool StartCommandProgram();
 
     void EnterGate();
 
