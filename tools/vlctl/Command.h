@@ -1,7 +1,7 @@
 // What the commands of vlctl share: exit codes, failures and the way commands are added.
 #pragma once
 
-#include "platform/win32.h"
+#include "suite/Channel/Text.h"
 
 #include <CLI/CLI.hpp>
 
@@ -32,11 +32,13 @@ private:
     Exit m_code;
 };
 
+// The exit code for a system error code.
+Exit ExitFor(DWORD systemError);
+
 // Throws the CommandError that fits a system error code; the message is "what: text (code)".
 [[noreturn]] void FailWith(DWORD systemError, const std::string& what);
 
-// The system's text for an error code without its line break; "error" when it has none.
-std::string SystemText(DWORD systemError);
+using suite::SystemText;
 
 // State of one run. Commands set `exit`; they throw for anything but ExitDone and a plain "no".
 struct Run {

@@ -1,11 +1,14 @@
 // vlctl event: the named events by which the suite's programs signal each other.
 #include "platform/Format.h"
+#include "suite/Channel/SharedObjects.h"
 #include "tools/vlctl/Command.h"
-#include "tools/vlctl/SharedObjects.h"
 #include "tools/vlctl/Text.h"
 
 namespace vlt::ctl
 {
+
+using namespace suite;
+
 namespace
 {
 

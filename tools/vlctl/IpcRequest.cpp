@@ -2,8 +2,8 @@
 
 #include "ARDCommon/IpcFormat.h"
 #include "platform/Format.h"
-#include "tools/vlctl/Interrupt.h"
-#include "tools/vlctl/SharedObjects.h"
+#include "suite/Channel/SharedObjects.h"
+#include "suite/Channel/Interrupt.h"
 #include "tools/vlctl/Text.h"
 
 #include <cstring>
@@ -11,6 +11,9 @@
 
 namespace vlt::ctl
 {
+
+using namespace suite;
+
 namespace
 {
 

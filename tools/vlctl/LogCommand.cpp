@@ -4,8 +4,8 @@
 // bars. A file or threat name may itself hold a bar, so the fields are counted from both ends.
 #include "platform/Format.h"
 #include "platform/Unique.h"
+#include "suite/Channel/DetectionNames.h"
 #include "tools/vlctl/Command.h"
-#include "tools/vlctl/DetectionNames.h"
 #include "tools/vlctl/Text.h"
 
 #include <nlohmann/json.hpp>
@@ -16,6 +16,9 @@
 
 namespace vlt::ctl
 {
+
+using namespace suite;
+
 namespace
 {
 

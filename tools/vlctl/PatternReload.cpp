@@ -1,14 +1,17 @@
 #include "tools/vlctl/PatternReload.h"
 
+#include "suite/Channel/SharedObjects.h"
 #include "tools/vlctl/Command.h"
 #include "tools/vlctl/EventLogTail.h"
-#include "tools/vlctl/SharedObjects.h"
 #include "tools/vlctl/Text.h"
 
 #include <thread>
 
 namespace vlt::ctl
 {
+
+using namespace suite;
+
 namespace
 {
 

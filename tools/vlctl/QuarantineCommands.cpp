@@ -3,7 +3,7 @@
 
 #include "platform/Format.h"
 #include "platform/Text.h"
-#include "tools/vlctl/Interrupt.h"
+#include "suite/Channel/Interrupt.h"
 #include "tools/vlctl/Progress.h"
 #include "tools/vlctl/Text.h"
 
@@ -196,7 +196,7 @@ void Complain(const std::string& what)
 
 bool IsInterrupted()
 {
-    return WaitForSingleObject(InterruptEvent(), 0) == WAIT_OBJECT_0;
+    return WaitForSingleObject(suite::InterruptEvent(), 0) == WAIT_OBJECT_0;
 }
 
 void PrintState(const QuarantineStore& store, const QuarantineList& list)

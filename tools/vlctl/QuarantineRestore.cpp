@@ -30,7 +30,7 @@ void AskNotToBeScanned()
     const PidExceptionRequest request{GetCurrentProcessId(), 1};
     try {
         SendRequest(kPidExceptionChannel, {reinterpret_cast<const BYTE*>(&request), sizeof request}, ExclusionSeconds);
-    } catch (const CommandError&) {
+    } catch (const std::runtime_error&) {
     }
 }
 

@@ -2,8 +2,8 @@
 
 #include "platform/Format.h"
 #include "platform/Text.h"
+#include "suite/Channel/SharedObjects.h"
 #include "tools/vlctl/Command.h"
-#include "tools/vlctl/SharedObjects.h"
 #include "tools/vlctl/Text.h"
 
 #include <algorithm>
@@ -15,6 +15,9 @@
 
 namespace vlt::ctl
 {
+
+using namespace suite;
+
 namespace
 {
 

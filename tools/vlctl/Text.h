@@ -1,7 +1,7 @@
 // Text in and out: arguments are UTF-8, the system's text is UTF-16, output is UTF-8 bytes.
 #pragma once
 
-#include "platform/win32.h"
+#include "suite/Channel/Text.h"
 
 #include <string>
 #include <vector>
@@ -9,14 +9,9 @@
 namespace vlt::ctl
 {
 
-WString FromUtf8(const std::string& text);
-
-// UTF-8 as it is, for JSON and files.
-std::string Utf8(WStringView text);
-
-// UTF-8 for a terminal: control characters, invisible direction marks and halves of surrogate pairs
-// become \uXXXX, so a hostile file or threat name can neither hide itself nor drive the terminal.
-std::string Printable(WStringView text);
+using suite::FromUtf8;
+using suite::Printable;
+using suite::Utf8;
 
 // Columns padded to the widest cell, two blanks apart; the last one is not padded. Widths count
 // characters of UTF-8, not cells of the terminal.

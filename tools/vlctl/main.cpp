@@ -7,6 +7,7 @@
 
 int main(int argc, char** argv)
 {
+    using namespace vlt;
     using namespace vlt::ctl;
     Run run;
     CLI::App app("Operates the Veltrano Realtime Service.", "vlctl");
@@ -30,6 +31,9 @@ int main(int argc, char** argv)
     } catch (const CommandError& error) {
         std::fprintf(stderr, "vlctl: %s\n", error.what());
         return error.Code();
+    } catch (const suite::SystemFailure& error) {
+        std::fprintf(stderr, "vlctl: %s\n", error.what());
+        return ExitFor(error.Code());
     } catch (const std::exception& error) {
         std::fprintf(stderr, "vlctl: %s\n", error.what());
         return ExitFailed;

@@ -74,12 +74,13 @@ std::optional<ProcessFacts> ReadProcessFacts(pid_t id)
     // From the third field on: state, parent, group, session, terminal; the 20th is the threads, the
     // 22nd the start.
     std::istringstream rest(line.substr(close + 1));
-    std::string skipped;
-    rest >> skipped >> facts.parent >> skipped >> skipped >> facts.terminal;
+    std::string state, skipped;
+    rest >> state >> facts.parent >> skipped >> skipped >> facts.terminal;
     for (int field = 8; field < 20; ++field)
         rest >> skipped;
     rest >> facts.threads >> skipped >> facts.start;
-    return rest ? std::optional(std::move(facts)) : std::nullopt;
+    const bool ended = state == "Z" || state == "X"; // and not collected by its parent
+    return rest && !ended ? std::optional(std::move(facts)) : std::nullopt;
 }
 
 std::string ProgramName(pid_t id, const std::string& kernelName)

@@ -21,7 +21,7 @@ struct ProcessFacts {
     std::string name; // of the program, without its folder
 };
 
-// Empty when there is no such process.
+// Empty when there is no such process, or none any more.
 std::optional<ProcessFacts> ReadProcessFacts(pid_t id);
 
 // The program that the process runs, as far as this account may know; otherwise the kernel's 15 bytes.

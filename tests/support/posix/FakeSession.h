@@ -1,13 +1,14 @@
 // A login of an account on a pseudo terminal, as getty or sshd makes one. Needs root.
 #pragma once
 
-#include "tests/support/Eventually.h"
+#include "tests/support/Support.h"
 
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
@@ -106,5 +107,30 @@ private:
     bool m_works = false;
     std::string m_output;
 };
+
+// Has the running test run again where no processes but its own are seen, so that no login of another test or
+// user can be met; skips where that is not allowed. False in that second run.
+inline bool RanAmongOwnProcesses()
+{
+    constexpr const char* kApart = "VLT_TEST_APART";
+    if (std::getenv(kApart))
+        return false;
+    const auto apart = [&](std::vector<std::string> command) {
+        command.insert(command.begin(), {"--fork", "--pid", "--mount-proc", "--kill-child"});
+        return Child::Program("/usr/bin/unshare", std::move(command), {{kApart, "1"}});
+    };
+    if (apart({"true"}).Wait(60000) != 0) {
+        [] { GTEST_SKIP() << "not allowed to make a process namespace"; }();
+        return true;
+    }
+    const auto* const test = testing::UnitTest::GetInstance()->current_test_info();
+    Child child = apart({std::filesystem::read_symlink("/proc/self/exe").string(),
+                         std::string("--gtest_filter=") + test->test_suite_name() + '.' + test->name()});
+    std::string output;
+    while (child.Wait(0) == Child::kStillRunning)
+        output += child.ReadLine(60000) + '\n';
+    EXPECT_EQ(child.Wait(0), 0) << output;
+    return true;
+}
 
 } // namespace vlt::test

@@ -1,8 +1,7 @@
-#include "tools/vlctl/NotifyReceiver.h"
+#include "suite/Channel/NotifyReceiver.h"
 
 #include "platform/Format.h"
-#include "tools/vlctl/Command.h"
-#include "tools/vlctl/Text.h"
+#include "suite/Channel/Text.h"
 
 #include <algorithm>
 #include <atomic>
@@ -10,7 +9,7 @@
 #include <cstring>
 #include <random>
 
-namespace vlt::ctl
+namespace vlt::suite
 {
 namespace
 {
@@ -26,7 +25,8 @@ constexpr int NameAttempts = 16;
 
 } // namespace
 
-NotifyReceiver::NotifyReceiver(const char* channel) : m_channel(channel), m_copy(SectionSize - sizeof(NotifyMessage))
+NotifyReceiver::NotifyReceiver(const char* channel, const char* program)
+    : m_channel(channel), m_program(program), m_copy(SectionSize - sizeof(NotifyMessage))
 {
     MakeSection();
     Connect();
@@ -43,7 +43,7 @@ void NotifyReceiver::MakeSection()
 {
     std::random_device random;
     for (int i = 0; i < NameAttempts; ++i) {
-        m_name = Format("%08x_vlctl_watch_%u", random(), GetCurrentProcessId());
+        m_name = Format("%08x_%s_%u", random(), m_program, GetCurrentProcessId());
         m_section = CreateSection(GlobalName(m_name), SectionSize);
         if (m_section && GetLastError() != ERROR_ALREADY_EXISTS)
             return;
@@ -61,8 +61,8 @@ void NotifyReceiver::Connect()
     KernelHandle sent = ShareEvent(ChannelName(m_channel, kNotifySentSuffix), true);
     KernelHandle read = ShareEvent(ChannelName(m_channel, kNotifyReadSuffix), false);
     if (!list.Holds(m_name) && list.Register(m_name) == 0)
-        throw CommandError(ExitFailed, Format("all %u slots for receivers are taken; vlctl watch --list shows by whom",
-                                              kNotifySlotCount));
+        throw std::runtime_error(
+            Format("all %u slots for receivers are taken; vlctl watch --list shows by whom", kNotifySlotCount));
     m_list = std::move(list);
     m_notify = std::move(notify);
     m_sent = std::move(sent);
@@ -124,10 +124,10 @@ bool NotifyReceiver::StaysRegistered(bool byName) noexcept
         m_warned = false;
     } catch (const std::exception& error) {
         if (!m_warned)
-            std::fprintf(stderr, "vlctl: not registered any more: %s\n", error.what());
+            std::fprintf(stderr, "%s: not registered any more: %s\n", m_program, error.what());
         m_warned = true;
     }
     return false;
 }
 
-} // namespace vlt::ctl
+} // namespace vlt::suite

@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <string>
 
-namespace vlt::ctl
+namespace vlt::suite
 {
 
 // "deny done"; "-" when no action was taken. A code without a name is shown as its number.
 std::string ActionText(std::uint32_t action, std::uint32_t result);
 
-} // namespace vlt::ctl
+} // namespace vlt::suite

@@ -6,13 +6,13 @@
 #pragma once
 
 #include "ARDCommon/NotifyFormat.h"
-#include "tools/vlctl/SharedObjects.h"
+#include "suite/Channel/SharedObjects.h"
 
 #include <optional>
 #include <string>
 #include <vector>
 
-namespace vlt::ctl
+namespace vlt::suite
 {
 
 class ReceiverList
@@ -24,9 +24,9 @@ public:
         bool live; // its section exists
     };
 
-    // Opens the list, or makes it when the sender has not yet. Throws CommandError.
+    // Opens the list, or makes it when the sender has not yet. Throws std::runtime_error.
     static ReceiverList Share(const char* channel);
-    // None when there is no list. Throws CommandError.
+    // None when there is no list. Throws std::runtime_error.
     static std::optional<ReceiverList> Open(const char* channel);
 
     // Writes a name of at least four characters into the first free slot; into one whose receiver has
@@ -51,4 +51,4 @@ private:
     Section m_section;
 };
 
-} // namespace vlt::ctl
+} // namespace vlt::suite

@@ -1,8 +1,8 @@
-#include "tools/vlctl/Interrupt.h"
+#include "suite/Channel/Interrupt.h"
 
-#include "tools/vlctl/Command.h"
+#include "suite/Channel/Text.h"
 
-namespace vlt::ctl
+namespace vlt::suite
 {
 namespace
 {
@@ -33,4 +33,4 @@ HANDLE InterruptEvent()
     return g_interrupt;
 }
 
-} // namespace vlt::ctl
+} // namespace vlt::suite

@@ -1,13 +1,12 @@
-#include "tools/vlctl/ReceiverList.h"
+#include "suite/Channel/ReceiverList.h"
 
 #include "platform/Text.h"
-#include "tools/vlctl/Command.h"
-#include "tools/vlctl/Text.h"
+#include "suite/Channel/Text.h"
 
 #include <atomic>
 #include <cstring>
 
-namespace vlt::ctl
+namespace vlt::suite
 {
 namespace
 {
@@ -126,4 +125,4 @@ std::vector<ReceiverList::Entry> ReceiverList::Entries() const
     return entries;
 }
 
-} // namespace vlt::ctl
+} // namespace vlt::suite

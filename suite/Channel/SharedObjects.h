@@ -5,7 +5,7 @@
 
 #include <string_view>
 
-namespace vlt::ctl
+namespace vlt::suite
 {
 
 // The full name of an object, from one in the system code page: "Global\" is put before it unless it is
@@ -13,9 +13,11 @@ namespace vlt::ctl
 WString GlobalName(std::string_view name);
 WString ChannelName(const char* channel, const char* suffix);
 
-// Made here, or opened when it is there. Throws CommandError.
+// Made here, or opened when it is there. Throws std::runtime_error.
 KernelHandle ShareEvent(const WString& name, bool manualReset);
 KernelHandle ShareSemaphore(const WString& name, LONG count);
+// Empty with the last error set on failure. Nobody owns it.
+KernelHandle ShareMutex(const WString& name);
 
 // A mapped section, closed by its owner. Others write to it at any time: whoever reads it takes a
 // copy and looks at that.
@@ -33,4 +35,4 @@ struct Section {
 Section CreateSection(const WString& name, DWORD size);
 Section OpenSection(const WString& name, DWORD size);
 
-} // namespace vlt::ctl
+} // namespace vlt::suite

@@ -1,10 +1,9 @@
-#include "tools/vlctl/SharedObjects.h"
+#include "suite/Channel/SharedObjects.h"
 
 #include "platform/Text.h"
-#include "tools/vlctl/Command.h"
-#include "tools/vlctl/Text.h"
+#include "suite/Channel/Text.h"
 
-namespace vlt::ctl
+namespace vlt::suite
 {
 namespace
 {
@@ -71,6 +70,11 @@ KernelHandle ShareSemaphore(const WString& name, LONG count)
     return semaphore;
 }
 
+KernelHandle ShareMutex(const WString& name)
+{
+    return KernelHandle(CreateMutexW(OpenToEveryone().Get(), FALSE, name.c_str()));
+}
+
 Section CreateSection(const WString& name, DWORD size)
 {
     SetLastError(0);
@@ -83,4 +87,4 @@ Section OpenSection(const WString& name, DWORD size)
     return MapWhole(OpenFileMappingW(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, name.c_str()), size);
 }
 
-} // namespace vlt::ctl
+} // namespace vlt::suite

@@ -1,10 +1,10 @@
-#include "tools/vlctl/DetectionNames.h"
+#include "suite/Channel/DetectionNames.h"
 
 #include "engine/ArdScanAbi.h"
 
 #include <span>
 
-namespace vlt::ctl
+namespace vlt::suite
 {
 namespace
 {
@@ -27,4 +27,4 @@ std::string ActionText(std::uint32_t action, std::uint32_t result)
     return Name(Actions, action) + ' ' + Name(Results, result);
 }
 
-} // namespace vlt::ctl
+} // namespace vlt::suite

@@ -6,7 +6,7 @@
 #pragma once
 
 #include "ARDCommon/NotifyFormat.h"
-#include "tools/vlctl/ReceiverList.h"
+#include "suite/Channel/ReceiverList.h"
 
 #include <functional>
 #include <optional>
@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-namespace vlt::ctl
+namespace vlt::suite
 {
 
 class NotifyReceiver
@@ -24,14 +24,15 @@ public:
     // size as the sender gave it. The copy is the handler's until it returns; it must not block.
     using Handler = std::function<void(std::span<const BYTE> payload, DWORD size)>;
 
-    // Registers; the sender need not be there. Throws CommandError: no slot is free, or the channel's
-    // objects are not as they should be. The channel's name must outlive the receiver.
-    explicit NotifyReceiver(const char* channel);
+    // Registers; the sender need not be there. Throws std::runtime_error: no slot is free, or the channel's
+    // objects are not as they should be. The name of the channel and that of the program, which is part of
+    // the section's name, must outlive the receiver.
+    NotifyReceiver(const char* channel, const char* program);
     ~NotifyReceiver();
     NotifyReceiver(const NotifyReceiver&) = delete;
     NotifyReceiver& operator=(const NotifyReceiver&) = delete;
 
-    // Takes messages until the event is set, then unregisters. Throws CommandError when a wait fails.
+    // Takes messages until the event is set, then unregisters. Throws std::runtime_error when a wait fails.
     void Run(HANDLE stop, const Handler& handler);
 
 private:
@@ -41,6 +42,7 @@ private:
     bool StaysRegistered(bool byName) noexcept;
 
     const char* const m_channel;
+    const char* const m_program;
     std::string m_name;
     Section m_section;
     std::optional<ReceiverList> m_list;
@@ -51,4 +53,4 @@ private:
     bool m_warned = false; // that there is no slot any more
 };
 
-} // namespace vlt::ctl
+} // namespace vlt::suite
