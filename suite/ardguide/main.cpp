@@ -42,6 +42,7 @@ bool Show(const std::string& text)
 
 void Run()
 {
+    guide::PrepareTerminal();
     DetectionFeed feed("ardguide", InterruptEvent());
     if (!Show("[Ardentis] notifications of the scanner appear here\n"))
         return;

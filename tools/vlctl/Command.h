@@ -59,6 +59,7 @@ void AddEventCommands(CLI::App& app);
 void AddQuarantineCommands(CLI::App& app, Run& run);
 void AddPatternCommands(CLI::App& app, Run& run);
 void AddManualCommand(CLI::App& app);
+void AddSecurityCentreCommand(CLI::App& app, Run& run);
 
 // The path of the installed service's program, as it was registered. Throws when it is not installed.
 WString InstalledProgram();

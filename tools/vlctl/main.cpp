@@ -23,6 +23,7 @@ int main(int argc, char** argv)
     AddQuarantineCommands(app, run);
     AddPatternCommands(app, run);
     AddManualCommand(app);
+    AddSecurityCentreCommand(app, run);
     try {
         app.parse(argc, argv);
         return run.exit;

@@ -3,6 +3,8 @@
 #include <poll.h>
 #include <unistd.h>
 
+void vlt::guide::PrepareTerminal() {}
+
 bool vlt::guide::TerminalIsGone()
 {
     pollfd output{STDOUT_FILENO, 0, 0};
