@@ -4,6 +4,8 @@
 #include "tools/vlctl/Text.h"
 
 #ifdef _WIN32
+#include "platform/Unique.h"
+
 #include <vector>
 #else
 #include "platform/posix/core/MachineRoot.h"
