@@ -211,7 +211,7 @@ TEST(ServiceControl, ChangedSettingsAndExceptionsAreApplied)
     EXPECT_TRUE(Holds(LinesBy(By::ExceptionWatcher, service),
                       {kWatchers + "[Enter] WhenExceptionRegChange()", waiting,
                        kWatchers + "*** WhenExceptionRegChange() - Call RealtimeSetting()", applied,
-                       "ASSetExceptionFilePathW path=C:\\first", "ASSetConfigW *", waiting,
+                       "ASSetExceptionFilePathW path=C:\\first", "ASSetConfigW *",
                        kWatchers + "[Leave] WhenExceptionRegChange()"}));
 }
 
