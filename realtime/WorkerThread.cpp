@@ -7,7 +7,9 @@
 namespace
 {
 
-constexpr DWORD kLongestWait = 256; // ms, between two signals to a thread that is to end
+constexpr DWORD kLongestWait = 256; // ms, between two rounds of signals to a thread that is to end
+// Whoever takes a signal needs a moment before it can take the next one.
+constexpr int kSignalsOfRound = 4;
 
 } // namespace
 
@@ -40,7 +42,8 @@ void CWorkerThread::End()
         TerminateThread(m_thread.Get(), 0); // nothing else ends a thread that never began
     DWORD wait = 1;
     do {
-        WakeUp();
+        for (int i = 0; i < kSignalsOfRound; ++i)
+            WakeUp();
         wait = std::min(wait * 2, kLongestWait);
     } while (WaitForSingleObject(m_thread.Get(), wait) == WAIT_TIMEOUT);
     m_thread.Reset();
