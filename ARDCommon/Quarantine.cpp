@@ -383,8 +383,8 @@ bool CQuarantine::FindRecord(LPCWSTR quarantinedName, QuarantineRecord& record)
     return found;
 }
 
-bool CQuarantine::BeginExamination(LPCWSTR quarantinedName, const std::uint32_t* result, LPCWSTR backupFolder,
-                                   Examination& examination)
+bool CQuarantine::ExamineKept(LPCWSTR quarantinedName, int mode, const std::uint32_t* result, LPCWSTR backupFolder,
+                              Examination& examination)
 {
     m_lastError = QuarantineError::None;
     if (m_library.m_hModule == nullptr) {
@@ -412,10 +412,12 @@ bool CQuarantine::BeginExamination(LPCWSTR quarantinedName, const std::uint32_t*
         const WString name(vlt::FieldText(record.sourceName));
         examination.copy = examination.folder + (VlFile::IsPlainName(name) ? name : examination.name);
     }
-    if (RestoreFileW(examination.file.c_str(), examination.copy.c_str(), true))
-        return true;
-    EndExamination(examination);
-    return false;
+    if (!RestoreFileW(examination.file.c_str(), examination.copy.c_str(), true)) {
+        EndExamination(examination);
+        return false;
+    }
+    examination.done = Examine(examination.copy, mode, examination.verdict);
+    return true;
 }
 
 void CQuarantine::EndExamination(const Examination& examination)
@@ -437,16 +439,15 @@ bool CQuarantine::Examine(const WString& workingCopy, int mode, QuarantineVerdic
 int CQuarantine::_ScanCleanW(LPCWSTR quarantinedName, int mode, std::uint32_t* result)
 {
     Examination examination;
-    if (!BeginExamination(quarantinedName, result, TEXT("backup"), examination))
+    if (!ExamineKept(quarantinedName, mode, result, TEXT("backup"), examination))
         return 0;
-    QuarantineVerdict verdict;
-    const bool examined = Examine(examination.copy, mode, verdict);
+    const QuarantineVerdict& verdict = examination.verdict;
     if (mode == 1)
         VLT_TRACE(40, "    _ScanCleanW: result[%d] addStatus[%d]", verdict.scanResult, verdict.addStatus);
     const QuarantineError error = m_lastError;
     _EncodeFileW(examination.copy.c_str(), examination.file.c_str(), true, true);
     EndExamination(examination); // a copy that could not be encoded goes with the folder
-    if (!examined)
+    if (!examination.done)
         return Fail(error);
     *result = verdict.code;
     UpdateStatus(examination.name, static_cast<std::uint32_t>(verdict.scanResult), verdict);
@@ -456,16 +457,14 @@ int CQuarantine::_ScanCleanW(LPCWSTR quarantinedName, int mode, std::uint32_t* r
 int CQuarantine::ScanW(LPCWSTR quarantinedName, int mode, std::uint32_t* result)
 {
     Examination examination;
-    if (!BeginExamination(quarantinedName, result, TEXT("Backup"), examination))
+    if (!ExamineKept(quarantinedName, mode, result, TEXT("Backup"), examination))
         return 0;
-    QuarantineVerdict verdict;
-    const bool examined = Examine(examination.copy, mode, verdict);
     EndExamination(examination);
-    if (!examined)
+    if (!examination.done)
         return 0;
-    *result = verdict.code;
-    UpdateStatus(examination.name, verdict.code, verdict);
-    return static_cast<int>(verdict.code);
+    *result = examination.verdict.code;
+    UpdateStatus(examination.name, *result, examination.verdict);
+    return static_cast<int>(*result);
 }
 
 // Backup copies have no record: what was found stands, there is nothing to update.

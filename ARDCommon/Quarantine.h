@@ -87,15 +87,18 @@ private:
     bool MoveIntoStore(const WString& encodedFile, WString& quarantinedName);
     bool FindRecord(LPCWSTR quarantinedName, QuarantineRecord& record);
 
-    struct Examination { // a kept file, restored for a scan
+    struct Examination { // of a kept file, restored for a scan
         QuarantineRecord record{};
         WString name; // as the record has it
         WString file;
         WString folder;
         WString copy;
+        bool done = false; // the verdict stands
+        QuarantineVerdict verdict;
     };
-    bool BeginExamination(LPCWSTR quarantinedName, const std::uint32_t* result, LPCWSTR backupFolder,
-                          Examination& examination);
+    // False when there is nothing to examine; otherwise EndExamination has to follow.
+    bool ExamineKept(LPCWSTR quarantinedName, int mode, const std::uint32_t* result, LPCWSTR backupFolder,
+                     Examination& examination);
     bool Examine(const WString& workingCopy, int mode, QuarantineVerdict& verdict);
     static void EndExamination(const Examination& examination);
     void UpdateStatus(const WString& name, std::uint32_t status, const QuarantineVerdict& verdict);

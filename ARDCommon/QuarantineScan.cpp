@@ -15,11 +15,9 @@ constexpr WCHAR kManualScanKey[] = TEXT("Software\\Veltrano\\Ardentis\\15\\Manua
 
 bool CQuarantineScan::Configure()
 {
-    const auto setConfig = m_library.Export<ASSetConfigW_t>("ASSetConfigW");
-    if (setConfig == nullptr) {
-        m_error = QuarantineError::MissingExport;
+    const auto setConfig = Export<ASSetConfigW_t>("ASSetConfigW");
+    if (setConfig == nullptr)
         return false;
-    }
     AsQuarantineConfigRecord config{};
     config.action = AS_ACTION_CLEAN;
     WString backup = m_folder;
@@ -43,12 +41,8 @@ bool CQuarantineScan::Configure()
 
 bool CQuarantineScan::ScanFile(const WString& file, QuarantineVerdict& verdict)
 {
-    const auto scanFile = m_library.Export<ASScanFileW_t>("ASScanFileW");
-    if (scanFile == nullptr) {
-        m_error = QuarantineError::MissingExport;
-        return false;
-    }
-    if (!Configure())
+    const auto scanFile = ConfiguredExport<ASScanFileW_t>("ASScanFileW");
+    if (scanFile == nullptr)
         return false;
     m_threatName[0] = 0;
     m_done = false;
@@ -73,12 +67,8 @@ bool CQuarantineScan::ScanFile(const WString& file, QuarantineVerdict& verdict)
 
 bool CQuarantineScan::CleanFile(const WString& file, QuarantineVerdict& verdict)
 {
-    const auto manualAction = m_library.Export<ASManualActionW_t>("ASManualActionW");
-    if (manualAction == nullptr) {
-        m_error = QuarantineError::MissingExport;
-        return false;
-    }
-    if (!Configure())
+    const auto manualAction = ConfiguredExport<ASManualActionW_t>("ASManualActionW");
+    if (manualAction == nullptr)
         return false;
     if (manualAction(m_library.handle, file.c_str(), AS_ACTION_CLEAN) != 1) {
         m_error = QuarantineError::Action;

@@ -35,6 +35,22 @@ public:
     QuarantineError Error() const { return m_error; }
 
 private:
+    // Null, with the reason in m_error.
+    template <typename Function>
+    Function Export(const char* name)
+    {
+        const auto function = m_library.Export<Function>(name);
+        if (function == nullptr)
+            m_error = QuarantineError::MissingExport;
+        return function;
+    }
+    // The same once the library has this store's configuration.
+    template <typename Function>
+    Function ConfiguredExport(const char* name)
+    {
+        const auto function = Export<Function>(name);
+        return function != nullptr && Configure() ? function : nullptr;
+    }
     bool Configure();
     static void CALLBACK ScanResultCallbackW(void* context, const AsScanResultRecord* record);
 
