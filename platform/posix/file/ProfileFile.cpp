@@ -31,6 +31,9 @@ std::string HostPath(std::u16string_view path)
 // The file that a link leads to, so that the link is not replaced by a file.
 std::string Resolved(const std::string& path)
 {
+    struct stat status;
+    if (lstat(path.c_str(), &status) != 0 || !S_ISLNK(status.st_mode))
+        return path;
     char* const real = realpath(path.c_str(), nullptr);
     const std::string result = real ? real : path;
     std::free(real);
