@@ -81,7 +81,8 @@ bool IsPlausible(const QuarantineRecord& record)
 
 enum class Found { Nothing, Records, WholeSequence };
 
-// The plausible records of a file: all there is, or among other things. Nothing when it cannot be read.
+// The plausible records of a file: all there is, or among other things. Nothing when it cannot be read. A
+// torn record at the end of others is one that a rewrite has carried over.
 Found ReadPlausible(const WString& file, std::vector<QuarantineRecord>& records)
 {
     const vlt::FileHandle handle = OpenFile(file, GENERIC_READ, OPEN_EXISTING);
@@ -89,6 +90,7 @@ Found ReadPlausible(const WString& file, std::vector<QuarantineRecord>& records)
         return Found::Nothing;
     std::vector<BYTE> bytes;
     bool whole = true;
+    bool torn = false;
     do {
         if (!ReadBlock(handle, bytes))
             return Found::Nothing;
@@ -98,9 +100,9 @@ Found ReadPlausible(const WString& file, std::vector<QuarantineRecord>& records)
             else
                 whole = false;
         });
-        whole = whole && used == bytes.size();
+        torn = torn || used != bytes.size();
     } while (!bytes.empty());
-    return whole ? Found::WholeSequence : Found::Records;
+    return whole && (!torn || !records.empty()) ? Found::WholeSequence : Found::Records;
 }
 
 QuarantineError AppendTo(const WString& file, const QuarantineRecord* records, std::size_t count)
@@ -175,16 +177,18 @@ void CQuarantineDb::Repair()
 }
 
 // Both files are there: a rewrite ended before it deleted the record file, or another program made a
-// new record file in the moment when there was none. What only the scratch file knows is appended.
-void CQuarantineDb::MergeScratch()
+// new record file in the moment when there was none. What only the scratch file knows is appended. False
+// when that could not be done.
+bool CQuarantineDb::MergeScratch()
 {
     CQuarantineLock lock;
     std::vector<QuarantineRecord> rewritten;
     // A rewrite carries a torn tail over, and what else is no record: the ones around it count all the same.
     if (!lock.Lock() || ReadPlausible(m_scratch, rewritten) == Found::Nothing) {
-        if (VlFile::Exists(m_scratch)) // else its writer was alive, and has put it in place
-            VLT_TRACE(20, "Error: the quarantine scratch file \"%ls\" could not be read and is left", m_scratch);
-        return;
+        if (!VlFile::Exists(m_scratch))
+            return true; // its writer was alive, and has put it in place
+        VLT_TRACE(20, "Error: the quarantine scratch file \"%ls\" could not be read and is left", m_scratch);
+        return false;
     }
     std::set<WString> known;
     QuarantineRecord record{};
@@ -200,9 +204,10 @@ void CQuarantineDb::MergeScratch()
     if (!rewritten.empty() && AppendTo(m_file, rewritten.data(), rewritten.size()) != QuarantineError::None) {
         VLT_TRACE(20, "Error: %u quarantine records are left in \"%ls\"", static_cast<DWORD>(rewritten.size()),
                   m_scratch);
-        return;
+        return false;
     }
     DeleteFileW(m_scratch.c_str());
+    return true;
 }
 
 QuarantineError CQuarantineDb::Append(const QuarantineRecord& record)
@@ -260,6 +265,9 @@ void CQuarantineDb::CloseReader()
 QuarantineError CQuarantineDb::Rewrite(const Keep& keep)
 {
     const VlLock writer(WriterLock());
+    // Records that an earlier merge could not append, on a full disk, are nowhere else.
+    if (VlFile::Exists(m_scratch) && VlFile::Exists(m_file) && !MergeScratch())
+        return QuarantineError::Open;
     CQuarantineLock lock;
     if (!lock.Lock())
         return QuarantineError::Semaphore;

@@ -38,7 +38,7 @@ public:
 
 private:
     bool PutScratchInPlace();
-    void MergeScratch();
+    bool MergeScratch();
     bool FillBlock(QuarantineError& error);
 
     const WString m_folder; // ends in a backslash

@@ -145,10 +145,10 @@ TEST(QuarantineCommand, WhatACutShortRewriteLeftIsTakenBack)
     const std::string one = Bytes(RecordOf("1.tmp")), two = Bytes(RecordOf("2.tmp")), three = Bytes(RecordOf("3.tmp"));
     for (const char* name : {"1.tmp", "2.tmp", "3.tmp"})
         store.Put(name, "x");
-    store.Put("$VB$.$$$", one + two);
+    store.Put("$VB$.$$$", one + two + "torn");
     EXPECT_EQ(store.Vlctl({"verify"}).exit, 1);
     EXPECT_EQ(store.Vlctl({"delete", "1.tmp"}).exit, 1); // as it stands it is not there
-    EXPECT_EQ(store.Get("$VB$.$$$"), one + two);
+    EXPECT_EQ(store.Get("$VB$.$$$"), one + two + "torn");
 
     // A new file, itself torn, was begun before the copy could be put in place.
     store.Put("QUADB.VDB", three + "torn");

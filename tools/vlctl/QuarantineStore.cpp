@@ -135,19 +135,31 @@ bool IsRecord(const QuarantineRecord& record)
            IsTerminated(record.threatName);
 }
 
-// True when the file is a whole sequence of records.
-bool VisitIfWhole(const WString& path, const QuarantineStore::Visit& visit)
+struct Plausible {
+    std::vector<QuarantineRecord> records;
+    // Nothing else is there. A torn record at the end of others is one that a rewrite has carried over.
+    bool whole = false;
+};
+
+// What a scratch file holds; nothing when there is none.
+Plausible ReadPlausible(const WString& path)
 {
+    Plausible found;
     const FileHandle file = OpenToRead(path);
     if (!file)
-        return false;
+        return found;
+    found.whole = true;
     RecordReader reader(file, path);
     for (auto block = reader.Next(); !block.empty(); block = reader.Next()) {
-        if (!std::all_of(block.begin(), block.end(), IsRecord))
-            return false;
-        std::for_each(block.begin(), block.end(), visit);
+        for (const QuarantineRecord& record : block) {
+            if (IsRecord(record))
+                found.records.push_back(record);
+            else
+                found.whole = false;
+        }
     }
-    return reader.Tail().empty();
+    found.whole = found.whole && (reader.Tail().empty() || !found.records.empty());
+    return found;
 }
 
 // A new record begins at a multiple of the record size whatever is there before.
@@ -254,7 +266,7 @@ void QuarantineStore::SettleScratch() const
         return;
     if (Exists(m_file))
         return MergeScratch();
-    if (VisitIfWhole(m_scratch, [](const QuarantineRecord&) {}) && !MoveFileW(m_scratch.c_str(), m_file.c_str()))
+    if (ReadPlausible(m_scratch).whole && !MoveFileW(m_scratch.c_str(), m_file.c_str()))
         FailWith(GetLastError(), Printable(m_scratch));
 }
 
@@ -262,9 +274,7 @@ void QuarantineStore::SettleScratch() const
 // has go to its end; those of files that are gone have been dropped since.
 void QuarantineStore::MergeScratch() const
 {
-    std::vector<QuarantineRecord> copied;
-    if (!VisitIfWhole(m_scratch, [&](const QuarantineRecord& record) { copied.push_back(record); }))
-        return;
+    std::vector<QuarantineRecord> copied = ReadPlausible(m_scratch).records;
     std::unordered_set<WString> known;
     Read([&](const QuarantineRecord& record) { known.emplace(FieldText(record.quarantinedName)); });
     std::erase_if(copied, [&](const QuarantineRecord& record) {

@@ -1,6 +1,7 @@
 // A process that is killed after any system call of a store operation leaves every file in one place
 // and every record whole.
 #include "tests/unit/QuarantineStore.h"
+#include "tools/vlctl/QuarantineStore.h"
 
 #include <map>
 #include <set>
@@ -22,6 +23,10 @@ void RunOperation(CQuarantine& store, const std::string& operation, const WStrin
         store.RenameEncodeFileW(TEXT("encoded.bin"), TEXT("C:\\d\\new.txt"), TEXT("T"));
     } else if (operation == "update") {
         store.UpdateQuarantineDBW(name.c_str(), 2, TEXT("Other"));
+    } else if (operation == "tool") {
+        const ctl::QuarantineStore shared(store.Folder());
+        ctl::DeleteAnyFile(shared.KeptFile(name));
+        shared.Rewrite([&](const QuarantineRecord& record) { return FieldText(record.quarantinedName) != name; });
     } else {
         store.SelectForDeletion(name.c_str());
         store.DeleteQuarantinedW();
@@ -94,7 +99,7 @@ protected:
             EXPECT_EQ(16u, FieldText(record.date).size());
             EXPECT_TRUE(records.emplace(ToNarrow(FieldText(record.quarantinedName)), source).second);
         }
-        const bool deletes = GetParam() == std::string("delete");
+        const bool deletes = GetParam() == std::string("delete") || GetParam() == std::string("tool");
         for (const std::string_view content : kKept) {
             const bool mayGo = deletes && content == kKept[0];
             ASSERT_LE(contents.count(std::string(content)), 1u);
@@ -159,4 +164,4 @@ TEST_P(QuarantineCrash, KilledAnywhereLosesNothing)
     EXPECT_GT(point, 5);
 }
 
-INSTANTIATE_TEST_SUITE_P(Store, QuarantineCrash, testing::Values("append", "update", "delete"), OperationName);
+INSTANTIATE_TEST_SUITE_P(Store, QuarantineCrash, testing::Values("append", "update", "delete", "tool"), OperationName);
