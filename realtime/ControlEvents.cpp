@@ -42,14 +42,15 @@ bool CreateEvents(std::array<vlt::KernelHandle, kCount>& events)
     return false;
 }
 
-void Serve(const std::array<vlt::KernelHandle, kCount>& events)
+// Signals that never end must not keep a thread whose stop signal another program took.
+void Serve(const CWorkerThread& self, const std::array<vlt::KernelHandle, kCount>& events)
 {
     std::array<HANDLE, kCount> handles;
     for (DWORD i = 0; i < kCount; ++i)
         handles[i] = events[i].Get();
     for (;;) {
         const DWORD result = WaitForMultipleObjectsEx(kCount, handles.data(), FALSE, INFINITE, FALSE);
-        if (result == WAIT_OBJECT_0 || result == WAIT_FAILED)
+        if (result == WAIT_OBJECT_0 || result == WAIT_FAILED || !self.IsToRun())
             return;
         const DWORD index = result - WAIT_OBJECT_0;
         if (index < kCount) {
@@ -68,7 +69,7 @@ unsigned EventThread(CWorkerThread& self)
     if (!CreateEvents(events))
         return 0;
     self.SetWakeEvent(events[0].Get());
-    Serve(events);
+    Serve(self, events);
     self.SetWakeEvent(nullptr);
     for (vlt::KernelHandle& event : events)
         event.Reset();

@@ -148,10 +148,10 @@ TEST(Session, LoginHasAShellAndItsProgramsHaveItsRights)
     ASSERT_TRUE(token) << GetLastError();
     ASSERT_TRUE(SetEnvironmentVariableW(TEXT("VLT_SECRET"), TEXT("the service's own")));
     DWORD id = 0;
-    const KernelHandle process = StartFor(
-        token, TEXT("Z:\\bin\\sh"),
-        TEXT("sh -c \"id -u; id -G; pwd; env; ls -1 /proc/self/fd; read x || echo nothing to read; exec sleep 1000\""),
-        id);
+    const KernelHandle process = StartFor(token, TEXT("Z:\\bin\\sh"),
+                                          TEXT("sh -c \"id -u; id -G; pwd; env; ls -1 /proc/self/fd; read x || echo "
+                                               "nothing to read; while :; do sleep 1000; done\""),
+                                          id);
     ASSERT_TRUE(process) << GetLastError();
     EXPECT_TRUE(login.Shows("nothing to read"));
     const std::string& output = login.Output();
