@@ -23,17 +23,22 @@ namespace
 constexpr unsigned kSoon = 30000; // a limit, not an expectation
 const std::string kGreeting = "[Ardentis] notifications of the scanner appear here";
 
-std::set<DWORD> Guides()
+std::set<DWORD> Running(LPCWSTR program)
 {
     std::set<DWORD> ids;
     const vlt::FileHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     PROCESSENTRY32W entry{};
     entry.dwSize = sizeof entry;
     for (BOOL more = Process32FirstW(snapshot.Get(), &entry); more; more = Process32NextW(snapshot.Get(), &entry)) {
-        if (lstrcmpiW(entry.szExeFile, TEXT("ardguide.exe")) == 0)
+        if (lstrcmpiW(entry.szExeFile, program) == 0)
             ids.insert(entry.th32ProcessID);
     }
     return ids;
+}
+
+std::set<DWORD> Guides()
+{
+    return Running(TEXT("ardguide.exe"));
 }
 
 // A program folder in which this program is the service.
@@ -99,6 +104,9 @@ TEST(Guide, ShowsADetectionOfTheSender)
 #ifdef _WIN32
 TEST(Guide, IsStartedAnewInTheSessionOfTheDesktop)
 {
+    // The shell of Wine ends with the last program on the desktop and is back for the next one.
+    GetDesktopWindow();
+    ASSERT_TRUE(Eventually(kSoon, [] { return !Running(TEXT("explorer.exe")).empty(); }));
     const Folder folder;
     ASSERT_EQ(folder.Restart(), 0);
     const std::set<DWORD> first = Guides();
