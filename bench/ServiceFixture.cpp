@@ -25,26 +25,27 @@ constexpr WCHAR Name[] = TEXT("Vlntsrv");
     std::exit(2);
 }
 
-void LayOut(const fs::path& program, const fs::path& guarded)
+void LayOut(const fs::path& program, const fs::path& guarded, const char* scanLibrary)
 {
     const fs::path built = fs::read_symlink("/proc/self/exe").parent_path();
     fs::create_directories(program);
     for (const auto& entry : fs::directory_iterator(built)) {
         const std::string name = entry.path().filename().string();
-        if (name == "vlntsrv" || name == "libvlplatform.so" || name == "ArdScan.dll" || name.starts_with("ptf$"))
+        if (name == "vlntsrv" || name == "libvlplatform.so" || name.starts_with("ptf$"))
             fs::copy_file(entry.path(), program / name, fs::copy_options::overwrite_existing);
     }
+    fs::copy_file(built / scanLibrary, program / "ArdScan.dll", fs::copy_options::overwrite_existing);
     std::ofstream(program / "ArdScan.ini") << "[Guard]\r\nFolder0=" << guarded.string() << "\r\n";
 }
 
 } // namespace
 
-ServiceFixture::ServiceFixture(const fs::path& folder)
+ServiceFixture::ServiceFixture(const fs::path& folder, const char* scanLibrary)
 {
     const char* const root = std::getenv("VLT_ROOT");
     if (!root)
         Fail("VLT_ROOT");
-    LayOut(fs::path(root) / "drives/c/Veltrano", folder);
+    LayOut(fs::path(root) / "drives/c/Veltrano", folder, scanLibrary);
     const vlt::ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_CREATE_SERVICE));
     m_service.Reset(CreateServiceW(manager.Get(), Name, TEXT("Veltrano Realtime Service"), SERVICE_ALL_ACCESS,
                                    SERVICE_WIN32_OWN_PROCESS | SERVICE_INTERACTIVE_PROCESS, SERVICE_AUTO_START,
@@ -75,6 +76,16 @@ void ServiceFixture::Stop()
     if (!ControlService(m_service.Get(), SERVICE_CONTROL_STOP, &status))
         Fail("ControlService");
     WaitFor(SERVICE_STOPPED);
+}
+
+DWORD ServiceFixture::ProcessId() const
+{
+    SERVICE_STATUS_PROCESS status{};
+    DWORD needed = 0;
+    if (!QueryServiceStatusEx(m_service.Get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<LPBYTE>(&status), sizeof status,
+                              &needed))
+        Fail("QueryServiceStatusEx");
+    return status.dwProcessId;
 }
 
 void ServiceFixture::WaitFor(DWORD state)

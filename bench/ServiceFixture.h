@@ -13,8 +13,9 @@ class ServiceFixture
 {
 public:
     // Lays the program folder out in drives/c/Veltrano of VLT_ROOT, guarding `folder`, and registers
-    // the service. Aborts with a message when something is missing.
-    explicit ServiceFixture(const std::filesystem::path& folder);
+    // the service. Aborts with a message when something is missing. The scan library is the built one, or
+    // that one of the build's bin folder.
+    explicit ServiceFixture(const std::filesystem::path& folder, const char* scanLibrary = "ArdScan.dll");
     ~ServiceFixture(); // stops the service and removes the registration
 
     ServiceFixture(const ServiceFixture&) = delete;
@@ -22,6 +23,7 @@ public:
 
     void Start(); // returns when the service is running
     void Stop();  // returns when it has stopped
+    DWORD ProcessId() const;
 
 private:
     void WaitFor(DWORD state);
