@@ -27,4 +27,19 @@ void KeepNewFilesPrivate()
 #endif
 }
 
+bool RestartAfterFailure([[maybe_unused]] SC_HANDLE service, [[maybe_unused]] DWORD milliseconds)
+{
+#ifdef _WIN32
+    // The rollback counts on the third start, and a service that then goes on crashing is not given up.
+    SC_ACTION action{SC_ACTION_RESTART, milliseconds};
+    SERVICE_FAILURE_ACTIONSW actions{};
+    actions.dwResetPeriod = 24 * 60 * 60; // seconds
+    actions.cActions = 1;                 // the last one is repeated
+    actions.lpsaActions = &action;
+    return ChangeServiceConfig2W(service, SERVICE_CONFIG_FAILURE_ACTIONS, &actions) != FALSE;
+#else
+    return false;
+#endif
+}
+
 } // namespace vlt::ctl

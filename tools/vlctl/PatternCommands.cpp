@@ -144,6 +144,12 @@ std::pair<const PatternKind*, std::int32_t> Examine(const PatternStore& store, c
     return {&kind, version.value_or(0)};
 }
 
+void ForgetRestored(const RollbackRecord& record)
+{
+    record.Set(RollbackValue::RsPatName, {});
+    record.Set(RollbackValue::RsPatNo, {});
+}
+
 // The probation begins before the file is there: a service that starts with it and dies is counted.
 void Install(const Settings& settings, Run& run)
 {
@@ -172,6 +178,8 @@ void Install(const Settings& settings, Run& run)
     store.Settle(name, !refused);
     if (refused)
         withdraw();
+    else if (record.Get(RollbackValue::RsPatName) == name)
+        ForgetRestored(record); // it was installed anew
     const std::string text = Format(refused ? "withdrawn %s" : "installed %s, version %d%s", Printable(name), version,
                                     virus ? ", on probation" : "");
     Conclude(run,
@@ -220,7 +228,7 @@ void Rollback(const Settings& settings, Run& run)
     const PatternStore store;
     const WString name = store.Library().Newest(kVirusPatternStem);
     const auto version = name.empty() ? std::nullopt : store.Library().VersionOf(store.Folder() + name);
-    if (!version || store.CountVirusPatterns() < 2)
+    if (!version || !store.HasOlderVirusPattern())
         throw CommandError(ExitNo, "there is no older virus pattern to fall back to");
     const RollbackRecord record;
     const WString program = ProgramVersion();
@@ -230,8 +238,7 @@ void Rollback(const Settings& settings, Run& run)
     record.Set(RollbackValue::EngVer, store.Info(TEXT("Engine")));
     record.Set(RollbackValue::PrgVer, program);
     record.Set(RollbackValue::NotifyFlag, 0);
-    record.Set(RollbackValue::RsPatName, {});
-    record.Set(RollbackValue::RsPatNo, {});
+    ForgetRestored(record);
     record.EndProbation();
     store.Purge(name);
     Conclude(run, {{"file", Utf8(name)}, {"version", *version}, {"rolledBack", true}},

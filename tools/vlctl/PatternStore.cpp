@@ -121,9 +121,12 @@ std::vector<PatternFileInfo> PatternStore::List() const
     return files;
 }
 
-std::size_t PatternStore::CountVirusPatterns() const
+bool PatternStore::HasOlderVirusPattern() const
 {
-    return Find(m_folder + ToWide(kVirusPatternStem) + TEXT(".*")).size();
+    const auto files = List();
+    return std::any_of(files.begin(), files.end(), [](const PatternFileInfo& file) {
+        return file.kind == &kVirusPatterns && file.version && !file.newest && !file.rolledBack;
+    });
 }
 
 const PatternKind& PatternStore::KindOf(const WString& file, const std::string& word)

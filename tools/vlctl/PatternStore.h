@@ -33,8 +33,8 @@ public:
     // Newest first within a kind; what was rolled back comes last.
     std::vector<PatternFileInfo> List() const;
 
-    // Virus patterns as the service counts them before it rolls one back, damaged ones too.
-    std::size_t CountVirusPatterns() const;
+    // Whether an engine would find another virus pattern without the newest.
+    bool HasOlderVirusPattern() const;
 
     // The kind that the file's name or else the word says, and the name that the file gets: by custom its number
     // is version / 100, modulo 1000, and the service relies on it.

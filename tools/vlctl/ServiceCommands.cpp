@@ -2,6 +2,8 @@
 #include "platform/Format.h"
 #include "platform/Unique.h"
 #include "tools/vlctl/Command.h"
+#include "tools/vlctl/Host.h"
+#include "tools/vlctl/Supervise.h"
 #include "tools/vlctl/Text.h"
 
 #include <nlohmann/json.hpp>
@@ -14,10 +16,12 @@ namespace
 {
 
 constexpr DWORD PollMilliseconds = 20;
+constexpr DWORD RestartMilliseconds = 5000; // after a crash
 
 struct Settings {
     std::string program;
     unsigned timeoutSeconds = 60;
+    unsigned delaySeconds = 5;
 };
 
 ServiceHandle OpenManager(DWORD access)
@@ -109,6 +113,9 @@ void Install(const Settings& settings)
     if (!service)
         FailWith(GetLastError(), "install");
     Print("installed " + Printable(program) + '\n');
+    if (!RestartAfterFailure(service.Get(), RestartMilliseconds))
+        Print("this host does not start it again after a crash by itself: a supervisor has to, as "
+              "\"vlctl service supervise\" does\n");
 }
 
 void Remove()
@@ -119,12 +126,18 @@ void Remove()
     Print("removed\n");
 }
 
-void Start(const Settings& settings)
+// Running, or else stopped again already.
+SERVICE_STATUS_PROCESS StartAndWait(const Settings& settings)
 {
     const ServiceHandle service = OpenInstalled(SERVICE_START | SERVICE_QUERY_STATUS);
     if (!StartServiceW(service.Get(), 0, nullptr) && GetLastError() != ERROR_SERVICE_ALREADY_RUNNING)
         FailWith(GetLastError(), "start");
-    const SERVICE_STATUS_PROCESS status = WaitFor(service, SERVICE_RUNNING, settings.timeoutSeconds);
+    return WaitFor(service, SERVICE_RUNNING, settings.timeoutSeconds);
+}
+
+void Start(const Settings& settings)
+{
+    const SERVICE_STATUS_PROCESS status = StartAndWait(settings);
     if (status.dwCurrentState != SERVICE_RUNNING)
         throw CommandError(ExitFailed, Format("stopped while starting, exit code %u", status.dwWin32ExitCode));
     Print(Format("running, process %u\n", status.dwProcessId));
@@ -198,7 +211,18 @@ void AddServiceCommands(CLI::App& app, Run& run)
     start->callback([settings] { Start(*settings); });
     CLI::App* const stop = service->add_subcommand("stop", "Stop and wait until it has stopped");
     stop->callback([settings] { Stop(*settings); });
-    for (CLI::App* command : {start, stop})
+    CLI::App* const supervise = service->add_subcommand(
+        "supervise", "Start, and start again whenever it ends other than by a stop; until it is stopped");
+    supervise->add_option("--delay", settings->delaySeconds, "Seconds between an end and the next start")
+        ->capture_default_str()
+        ->check(CLI::Range(0u, 3600u));
+    supervise->callback([settings] {
+        const auto awaitStopped = [&] {
+            return WaitFor(OpenInstalled(SERVICE_QUERY_STATUS), SERVICE_STOPPED, settings->timeoutSeconds);
+        };
+        Supervise({[&] { return StartAndWait(*settings); }, awaitStopped, settings->delaySeconds});
+    });
+    for (CLI::App* command : {start, stop, supervise})
         command->add_option("--timeout", settings->timeoutSeconds, "Longest wait in seconds")
             ->capture_default_str()
             ->check(CLI::Range(1u, 3600u));
