@@ -1,9 +1,8 @@
-#include "tests/fuzz/EncodedFileBody.h"
+#include "tests/fuzz/Bodies.h"
 
 #include "suite/ArdScan/EncodedFormat.h"
 #include "suite/Common/Bytes.h"
 
-#include <cstdlib>
 #include <cstring>
 
 namespace vlt::test
@@ -19,17 +18,16 @@ bool Try(std::span<const std::uint8_t> input)
     if (!header)
         return false;
     const auto written = WriteEncodedHeader(*header);
-    if (!written || written->size() != input.size())
-        std::abort();
+    Demand(written && written->size() == input.size(), "is written back");
     const auto again = ReadEncodedHeader(*written);
-    if (!again || again->path != header->path || again->facts != header->facts || again->hash != header->hash)
-        std::abort();
+    Demand(again && again->path == header->path && again->facts == header->facts && again->hash == header->hash,
+           "and is the same");
     return true;
 }
 
 } // namespace
 
-bool TryEncodedHeader(std::span<const std::uint8_t> input)
+bool EncodedHeaderBody(std::span<const std::uint8_t> input)
 {
     if (Try(input))
         return true;

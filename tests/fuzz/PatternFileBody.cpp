@@ -1,8 +1,7 @@
-#include "tests/fuzz/PatternFileBody.h"
+#include "tests/fuzz/Bodies.h"
 
 #include "suite/ArdScan/PatternSet.h"
 
-#include <cstdlib>
 #include <cstring>
 
 namespace vlt::test
@@ -18,8 +17,7 @@ bool Try(std::span<const std::uint8_t> input)
     if (!file)
         return false;
     const auto written = WritePatternFile(*file);
-    if (!written || ReadPatternFile(*written)->patterns.size() != file->patterns.size())
-        std::abort();
+    Demand(written && ReadPatternFile(*written)->patterns.size() == file->patterns.size(), "is written back");
     // A crash that a file asks for is no fault.
     for (BytePattern& pattern : file->patterns)
         pattern.flags = static_cast<std::uint16_t>(pattern.flags & ~SignatureCrash);
@@ -36,14 +34,13 @@ bool Try(std::span<const std::uint8_t> input)
         at += count;
         return static_cast<std::ptrdiff_t>(count);
     };
-    if (scanner.Scan(set, {}, input.size(), read).outcome == ScanOutcome::Failed)
-        std::abort();
+    Demand(scanner.Scan(set, {}, input.size(), read).outcome != ScanOutcome::Failed, "scans");
     return true;
 }
 
 } // namespace
 
-bool TryPatternFile(std::span<const std::uint8_t> input)
+bool PatternFileBody(std::span<const std::uint8_t> input)
 {
     if (Try(input))
         return true;

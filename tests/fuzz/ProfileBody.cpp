@@ -1,8 +1,7 @@
-#include "tests/fuzz/ProfileBody.h"
+#include "tests/fuzz/Bodies.h"
 
 #include "platform/posix/file/ProfileText.h"
 
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -12,12 +11,6 @@ namespace
 {
 
 using vlt::posix::ProfileText;
-
-void Demand(bool condition, const char* promise)
-{
-    if (!condition)
-        throw std::logic_error(promise);
-}
 
 std::string_view Take(std::string_view& bytes)
 {
@@ -37,9 +30,9 @@ bool IsPlainName(std::string_view name)
 
 } // namespace
 
-void ProfileBody(const std::uint8_t* data, std::size_t size)
+void ProfileBody(std::span<const std::uint8_t> input)
 {
-    std::string_view bytes(reinterpret_cast<const char*>(data), size);
+    std::string_view bytes(reinterpret_cast<const char*>(input.data()), input.size());
     const std::string_view section = Take(bytes);
     const std::string_view key = Take(bytes);
     const std::string_view value = Take(bytes);

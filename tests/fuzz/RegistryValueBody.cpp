@@ -1,10 +1,9 @@
-#include "tests/fuzz/RegistryValueBody.h"
+#include "tests/fuzz/Bodies.h"
 
 #include "platform/posix/registry/KeyName.h"
 #include "platform/posix/registry/ValueFile.h"
 
 #include <cstring>
-#include <stdexcept>
 #include <vector>
 
 namespace vlt::test
@@ -13,12 +12,6 @@ namespace
 {
 
 using namespace vlt::posix::registry;
-
-void Demand(bool condition, const char* promise)
-{
-    if (!condition)
-        throw std::logic_error(promise);
-}
 
 void CheckValue(std::span<const std::byte> bytes, std::size_t nameLength)
 {
@@ -39,18 +32,18 @@ void CheckValue(std::span<const std::byte> bytes, std::size_t nameLength)
 
 } // namespace
 
-void RegistryValueBody(const std::uint8_t* data, std::size_t size)
+void RegistryValueBody(std::span<const std::uint8_t> given)
 {
-    std::vector<std::uint64_t> aligned(size / sizeof(std::uint64_t) + 1);
-    std::memcpy(aligned.data(), data, size);
-    const std::span<const std::byte> bytes(reinterpret_cast<const std::byte*>(aligned.data()), size);
+    std::vector<std::uint64_t> aligned(given.size() / sizeof(std::uint64_t) + 1);
+    std::memcpy(aligned.data(), given.data(), given.size());
+    const auto bytes = std::as_bytes(std::span(aligned)).first(given.size());
     for (const std::size_t length : {std::size_t{0}, std::size_t{1}, std::size_t{11}, MaxValueName})
         CheckValue(bytes, length);
 
     WStringView name;
     if (!ParseName(bytes, name))
         return;
-    Demand(name.size() <= MaxValueName && RecordOffset(name.size()) <= size, "the name lies in the bytes");
+    Demand(name.size() <= MaxValueName && RecordOffset(name.size()) <= bytes.size(), "the name lies in the bytes");
     CheckValue(bytes, name.size());
     FileName file;
     MakeFileName('v', name, file);

@@ -1,11 +1,9 @@
 #include "platform/Text.h"
 #include "platform/Unique.h"
+#include "tests/platform/Fails.h"
 #include "tests/support/Support.h"
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <vector>
 #ifndef _WIN32
@@ -74,14 +72,12 @@ TEST_F(EventLog, SourcesAreHandlesAndFailuresAreTold)
 #ifdef _WIN32
     GTEST_SKIP() << "Wine stores nothing and takes any handle";
 #else
-    EXPECT_FALSE(Write(source, EVENTLOG_ERROR_TYPE, 3, {}));
-    EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
+    EXPECT_FAILS(Write(source, EVENTLOG_ERROR_TYPE, 3, {}), ERROR_INVALID_HANDLE);
     EXPECT_FALSE(DeregisterEventSource(source));
     std::filesystem::remove(LogFile());
     std::filesystem::create_directory(LogFile());
     const EventSource other(RegisterEventSourceW(nullptr, TEXT("x")));
-    EXPECT_FALSE(Write(other.Get(), EVENTLOG_ERROR_TYPE, 1, {TEXT("x")}));
-    EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
+    EXPECT_FAILS(Write(other.Get(), EVENTLOG_ERROR_TYPE, 1, {TEXT("x")}), ERROR_ACCESS_DENIED);
 #endif
 }
 

@@ -1,33 +1,18 @@
 // Share modes between handles of one process and of several.
-#include "platform/Text.h"
-#include "platform/Unique.h"
-#include "tests/platform/Fails.h"
-#include "tests/support/Support.h"
-
-#include <gtest/gtest.h>
+#include "tests/platform/Files.h"
 
 #include <atomic>
-#include <cstdio>
-#include <functional>
 #include <iostream>
 #include <thread>
-#include <vector>
+
+using namespace vlt::test;
 
 namespace
 {
 
-using vlt::FileHandle;
-using vlt::test::Child;
-using vlt::test::ReadBytes;
-using vlt::test::TempFolder;
-using vlt::test::WriteBytes;
-
-constexpr DWORD kReadWrite = GENERIC_READ | GENERIC_WRITE;
-
-FileHandle Open(const WString& path, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING)
+vlt::FileHandle Open(const WString& path, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING)
 {
-    SetLastError(0);
-    return FileHandle(CreateFileW(path.c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
+    return OpenFile(path, access, disposition, share);
 }
 
 std::string Narrow(const WString& text)
@@ -38,10 +23,9 @@ std::string Narrow(const WString& text)
 // Opens args[0] with access args[1] and share args[2], says the error and holds it until a line comes.
 VLT_CHILD(share_holder)
 {
-    const FileHandle file = Open(vlt::ToWide(args[0], CP_UTF8), static_cast<DWORD>(std::stoul(args[1])),
-                                 static_cast<DWORD>(std::stoul(args[2])));
+    const vlt::FileHandle file = Open(vlt::ToWide(args[0], CP_UTF8), static_cast<DWORD>(std::stoul(args[1])),
+                                      static_cast<DWORD>(std::stoul(args[2])));
     std::printf("%u\n", static_cast<unsigned>(file ? 0 : GetLastError()));
-    std::fflush(stdout);
     std::string line;
     std::getline(std::cin, line);
     return 0;
@@ -67,15 +51,15 @@ TEST(FileShareTest, EveryCombinationInOneProcess)
     };
     for (const DWORD first : accesses) {
         for (DWORD firstShare = 0; firstShare < 8; ++firstShare) {
-            const FileHandle holder = Open(path, first, firstShare);
+            const vlt::FileHandle holder = Open(path, first, firstShare);
             ASSERT_TRUE(holder) << first << ' ' << firstShare << ' ' << GetLastError();
             for (const DWORD second : accesses) {
                 for (DWORD secondShare = 0; secondShare < 8; ++secondShare) {
                     const bool allowed = (bits(second) & ~firstShare) == 0 && (bits(first) & ~secondShare) == 0;
-                    const FileHandle opener = Open(path, second, secondShare);
+                    const vlt::FileHandle opener = Open(path, second, secondShare);
                     EXPECT_EQ(static_cast<bool>(opener), allowed)
                         << std::hex << first << '/' << firstShare << " then " << second << '/' << secondShare;
-                    EXPECT_EQ(GetLastError(), allowed ? 0u : ERROR_SHARING_VIOLATION);
+                    EXPECT_EQ(GetLastError() == ERROR_SHARING_VIOLATION, !allowed);
                 }
             }
         }
@@ -109,7 +93,7 @@ TEST(FileShareTest, DeletableFilesCanBeDeletedAndMadeAnew)
     const TempFolder folder;
     const WString path = folder.PathW("f");
     WriteBytes(folder.HostPath("f"), "old");
-    FileHandle holder = Open(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE);
+    vlt::FileHandle holder = Open(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE);
     EXPECT_TRUE(MoveFileW(path.c_str(), folder.PathW("g").c_str()));
     EXPECT_TRUE(DeleteFileW(folder.PathW("g").c_str()));
     char text[4] = {};
@@ -139,7 +123,7 @@ TEST(FileShareTest, RacingOpeners)
     std::atomic<int> failures{0};
     OnFourThreads([&] {
         for (int mine = 0; mine < 200;) {
-            const FileHandle file = Open(path, kReadWrite, 0);
+            const vlt::FileHandle file = Open(path, kReadWrite, 0);
             if (!file) {
                 failures += GetLastError() != ERROR_SHARING_VIOLATION;
                 std::this_thread::yield();

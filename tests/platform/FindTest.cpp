@@ -1,24 +1,16 @@
-#include "platform/Text.h"
-#include "platform/Unique.h"
-#include "tests/platform/Fails.h"
-#include "tests/support/Support.h"
-
-#include <gtest/gtest.h>
+#include "tests/platform/Files.h"
 
 #include <algorithm>
-#include <string>
-#include <vector>
 #ifndef _WIN32
 #include "platform/posix/core/Utf.h"
 #include "platform/posix/file/Wildcard.h"
 #include <unistd.h>
 #endif
 
+using namespace vlt::test;
+
 namespace
 {
-
-using vlt::test::TempFolder;
-using vlt::test::WriteBytes;
 
 using Names = std::vector<std::string>;
 

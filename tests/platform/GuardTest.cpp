@@ -49,26 +49,6 @@ TEST(GuardTest, LetsEverythingElsePassAndLeavesTheCodeAlone)
     EXPECT_EQ(caught, 0x12345678u);
 }
 
-TEST(GuardTest, Nests)
-{
-    struct Outer {
-        static void Call(void* context)
-        {
-            Raise inner{7};
-            DWORD code = 0;
-            VltGuardedCall(RaiseCode, &inner, &code);
-            *static_cast<DWORD*>(context) = code;
-            Raise second{8};
-            RaiseCode(&second);
-        }
-    };
-    DWORD inner = 0;
-    DWORD outer = 0;
-    EXPECT_EQ(VltGuardedCall(Outer::Call, &inner, &outer), 0);
-    EXPECT_EQ(inner, 7u);
-    EXPECT_EQ(outer, 8u);
-}
-
 #ifdef _WIN32
 TEST(GuardTest, HandlesWhatTheProcessorRaises)
 {

@@ -1,22 +1,12 @@
 // Loading, counting and freeing libraries, and what is no library.
-#include "platform/Text.h"
-#include "platform/Unique.h"
-#include "tests/platform/Fails.h"
-#include "tests/support/Support.h"
+#include "tests/platform/Files.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
 #include <thread>
-#include <vector>
+
+using namespace vlt::test;
 
 namespace
 {
-
-using vlt::LibraryHandle;
-using vlt::test::TempFolder;
-using vlt::test::WriteBytes;
 
 WString Seen()
 {
@@ -75,7 +65,7 @@ TEST_F(LibraryTest, MissingOnesAndMissingFunctions)
     for (const WString& name : {WString(TEXT("NoSuchLibrary.dll")), folder.PathW("x.dll"), folder.PathW("no\\x.dll")}) {
         EXPECT_FAILS(LoadLibraryW(name.c_str()), ERROR_MOD_NOT_FOUND);
     }
-    const LibraryHandle good(LoadLibraryW(TEXT("SampleGood.dll")));
+    const vlt::LibraryHandle good(LoadLibraryW(TEXT("SampleGood.dll")));
     EXPECT_FAILS(GetProcAddress(good.Get(), "sampleanswer"), ERROR_PROC_NOT_FOUND);
 }
 
@@ -97,22 +87,13 @@ TEST_F(LibraryTest, WhatIsNoLibraryIsRefused)
     }
 }
 
-TEST_F(LibraryTest, TheProgramIsAModule)
-{
-    const WString path = ModulePath(nullptr);
-    EXPECT_EQ(path.find(TEXT('/')), WString::npos);
-    EXPECT_NE(path.find(TEXT("\\library_test")), WString::npos);
-    EXPECT_NE(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
-    EXPECT_EQ(ModulePath(GetModuleHandleW(nullptr)), path);
-}
-
 TEST_F(LibraryTest, ManyThreadsLoadAndFree)
 {
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([] {
             for (int round = 0; round < 50; ++round) {
-                const LibraryHandle library(LoadLibraryW(TEXT("SampleGood.dll")));
+                const vlt::LibraryHandle library(LoadLibraryW(TEXT("SampleGood.dll")));
                 ASSERT_TRUE(library);
                 ASSERT_NE(GetProcAddress(library.Get(), "SampleAnswer"), nullptr);
             }
@@ -128,7 +109,7 @@ TEST_F(LibraryTest, HandlesAreNeverUsedTwice)
 {
     const HMODULE first = LoadLibraryW(u"SampleGood.dll");
     FreeLibrary(first);
-    const LibraryHandle second(LoadLibraryW(u"SampleGood.dll"));
+    const vlt::LibraryHandle second(LoadLibraryW(u"SampleGood.dll"));
     EXPECT_NE(second.Get(), first);
     EXPECT_FAILS(GetProcAddress(first, "SampleAnswer"), ERROR_MOD_NOT_FOUND);
 }

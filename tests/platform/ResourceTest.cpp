@@ -21,8 +21,6 @@ WString Version(const WString& path)
     if (size == 0 || !GetFileVersionInfoW(path.c_str(), 0, size, data.data()) ||
         !VerQueryValueW(data.data(), TEXT("\\"), reinterpret_cast<LPVOID*>(&fixed), &length))
         return {};
-    EXPECT_EQ(length, sizeof(VS_FIXEDFILEINFO));
-    EXPECT_EQ(fixed->dwSignature, 0xFEEF04BDu);
     return vlt::Format(TEXT("%d.%d.%d.%d"), fixed->dwFileVersionMS >> 16, fixed->dwFileVersionMS & 0xFFFF,
                        fixed->dwFileVersionLS >> 16, fixed->dwFileVersionLS & 0xFFFF);
 }
@@ -73,7 +71,6 @@ TEST(ResourceTest, StringsOfTheProgramAndOfALibrary)
     const vlt::LibraryHandle library(LoadLibraryW(TEXT("SampleGood.dll")));
     ASSERT_TRUE(library);
     EXPECT_EQ(String(library.Get(), 1003), TEXT("\u00DCberpr\u00FCfung"));
-    EXPECT_EQ(String(library.Get(), 7), WString());
 }
 
 } // namespace

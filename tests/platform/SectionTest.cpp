@@ -1,12 +1,7 @@
-#include "platform/Text.h"
-#include "tests/platform/Fails.h"
 #include "tests/platform/Waiter.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
-#include <gtest/gtest.h>
-#include <string>
 
 using namespace vlt::test;
 using vlt::KernelHandle;
@@ -15,15 +10,9 @@ using vlt::MappedView;
 namespace
 {
 
-// Names of this test process alone: on Windows the name space is the whole machine's.
-std::string Name(const char* base)
+KernelHandle Create(const std::string& name, DWORD size)
 {
-    return "Vlt" + std::to_string(GetCurrentProcessId()) + base;
-}
-
-KernelHandle Create(const std::string& name, DWORD size, SECURITY_ATTRIBUTES* security = nullptr)
-{
-    return KernelHandle(CreateFileMappingA(INVALID_HANDLE_VALUE, security, PAGE_READWRITE, 0, size,
+    return KernelHandle(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, size,
                                            name.empty() ? nullptr : name.c_str()));
 }
 KernelHandle Open(const std::string& name, DWORD access = FILE_MAP_ALL_ACCESS)
@@ -48,7 +37,7 @@ SIZE_T RegionSize(const void* address)
 
 TEST(Section, AnExistingOneIsOpenedWithItsSizeAndContents)
 {
-    const std::string name = Name("Twice");
+    const std::string name = NarrowName("Twice");
     const KernelHandle first = Create(name, 5000);
     ASSERT_TRUE(first);
     EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
@@ -78,7 +67,7 @@ TEST(Section, AnExistingOneIsOpenedWithItsSizeAndContents)
 
 TEST(Section, ViewsAreWholePagesWithTheAccessAskedFor)
 {
-    const std::string name = Name("Views");
+    const std::string name = NarrowName("Views");
     const KernelHandle section = Create(name, 100);
     const MappedView view = Map(section, FILE_MAP_WRITE, 50);
     const MappedView readOnly = Map(section, FILE_MAP_READ, 4096);
@@ -100,7 +89,7 @@ TEST(Section, ViewsAreWholePagesWithTheAccessAskedFor)
     const KernelHandle writing = Open(name, FILE_MAP_WRITE);
     EXPECT_TRUE(Map(writing, FILE_MAP_WRITE));
     EXPECT_FAILS(Map(writing, FILE_MAP_READ), ERROR_ACCESS_DENIED);
-    EXPECT_FAILS(Map(KernelHandle()), ERROR_INVALID_HANDLE);
+    EXPECT_FAILS(Map(MakeEvent(true)), ERROR_INVALID_HANDLE);
 
     void* const inner = Bytes(Map(section)) + 10;
     EXPECT_FAILS(UnmapViewOfFile(inner), ERROR_INVALID_ADDRESS);
@@ -112,7 +101,7 @@ TEST(Section, ViewsAreWholePagesWithTheAccessAskedFor)
 
 TEST(Section, TheNameGoesWithTheLastHandleAndTheMemoryWithTheLastView)
 {
-    const std::string name = Name("Life");
+    const std::string name = NarrowName("Life");
     EXPECT_FAILS(Open(name), ERROR_FILE_NOT_FOUND);
     KernelHandle first = Create(name, 100);
     const MappedView old = Map(first);
@@ -134,44 +123,23 @@ TEST(Section, TheNameGoesWithTheLastHandleAndTheMemoryWithTheLastView)
     }
 }
 
-TEST(Section, NamesAreSharedWithTheOtherKindsOfObjects)
-{
-    const std::string name = Name("Kind");
-    const KernelHandle event(CreateEventA(nullptr, TRUE, FALSE, name.c_str()));
-    EXPECT_FAILS(Create(name, 100), ERROR_INVALID_HANDLE);
-    EXPECT_FAILS(Open(name), ERROR_INVALID_HANDLE);
-    EXPECT_FAILS(Map(event), ERROR_INVALID_HANDLE);
-    const KernelHandle section = Create(name + "2", 100);
-    EXPECT_FAILS(CreateEventA(nullptr, TRUE, FALSE, (name + "2").c_str()), ERROR_INVALID_HANDLE);
-    EXPECT_FAILS(Open(""), ERROR_INVALID_HANDLE);
-    EXPECT_FAILS(OpenFileMappingW(FILE_MAP_READ, FALSE, nullptr), ERROR_INVALID_PARAMETER);
-    EXPECT_FAILS(Create(Name("None") + "\\x", 100), ERROR_PATH_NOT_FOUND);
-    const KernelHandle global(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 100,
-                                                 vlt::ToWide("Global\\" + name + "3", CP_UTF8).c_str()));
-    EXPECT_TRUE(Open("Global\\" + name + "3"));
-}
-
 // create|open <name> <size>: writes its error, then a text into the section; ends with its input.
 VLT_CHILD(section_user)
 {
     const KernelHandle section =
         args[0] == "create" ? Create(args[1], static_cast<DWORD>(std::stoul(args[2]))) : Open(args[1]);
     std::printf("%lu\n", static_cast<unsigned long>(GetLastError()));
-    std::fflush(stdout);
     const MappedView view = Map(section);
     if (!view)
         return 1;
     std::strcpy(Bytes(view), "from a child");
     std::puts("written");
-    std::fflush(stdout);
-    while (std::getchar() != EOF) {
-    }
-    return 0;
+    return StayUntilInputEnds();
 }
 
 TEST(Section, ProcessesShareItAndAKilledOneTakesItsNameAlong)
 {
-    const std::string name = Name("Killed");
+    const std::string name = NarrowName("Killed");
     for (int round = 0; round < 3; ++round) {
         const SIZE_T pages = round % 2 == 0 ? 1 : 3; // another section under the same name each time
         Child creator("section_user", {"create", name, std::to_string(pages * 4096 - 100)});

@@ -1,8 +1,4 @@
-#include "tests/platform/Fails.h"
 #include "tests/platform/Waiter.h"
-
-#include <cstdio>
-#include <gtest/gtest.h>
 
 using namespace vlt::test;
 using vlt::KernelHandle;
@@ -22,10 +18,8 @@ VLT_CHILD(semaphore_taker)
 {
     const KernelHandle semaphore(OpenSemaphoreW(SYNCHRONIZE, FALSE, vlt::ToWide(args[0], CP_UTF8).c_str()));
     std::puts("ready");
-    std::fflush(stdout);
     while (WaitForSingleObject(semaphore.Get(), kSoon) == WAIT_OBJECT_0) {
         std::puts("taken");
-        std::fflush(stdout);
     }
     return 1;
 }

@@ -4,10 +4,9 @@
 
 #include "platform/Text.h"
 #include "platform/Unique.h"
+#include "tests/platform/Fails.h"
 #include "tests/support/Bodies.h"
 #include "tests/support/Support.h"
-
-#include <gtest/gtest.h>
 
 namespace vlt::test
 {

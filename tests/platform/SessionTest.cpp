@@ -1,8 +1,5 @@
-#include "platform/Text.h"
-#include "tests/platform/Fails.h"
 #include "tests/platform/Waiter.h"
 
-#include <gtest/gtest.h>
 #include <optional>
 
 #ifndef _WIN32

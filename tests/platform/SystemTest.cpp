@@ -1,36 +1,10 @@
-// Memory, messages, time, the system's description of itself, accounts and the environment.
+// Messages, time and accounts.
 #include "platform/Unique.h"
 #include "tests/platform/Fails.h"
-#include "tests/support/Support.h"
-
-#include <gtest/gtest.h>
 
 #include <ctime>
 #include <string>
-#include <thread>
 #include <vector>
-
-TEST(MemoryTest, ZeroedBlocksAreZeroAndWritable)
-{
-    auto* const local = static_cast<BYTE*>(LocalAlloc(LPTR, 4096));
-    ASSERT_NE(local, nullptr);
-    for (int i = 0; i < 4096; ++i)
-        ASSERT_EQ(local[i], 0) << i;
-    local[4095] = 1;
-    EXPECT_EQ(LocalFree(local), nullptr);
-    EXPECT_EQ(LocalFree(nullptr), nullptr);
-
-    // A movable block keeps its bytes between locks.
-    const HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, 1024);
-    for (const BYTE expected : {BYTE{0}, BYTE{7}}) {
-        auto* const bytes = static_cast<BYTE*>(GlobalLock(block));
-        ASSERT_NE(bytes, nullptr);
-        EXPECT_EQ(bytes[1023], expected);
-        bytes[1023] = 7;
-        GlobalUnlock(block);
-    }
-    EXPECT_EQ(GlobalFree(block), nullptr);
-}
 
 TEST(MessageTest, KnownCodesHaveALineAndUnknownOnesNone)
 {
@@ -56,7 +30,6 @@ TEST(ClockTest, LocalTimeIsThatOfTheStandardLibrary)
     SYSTEMTIME local{};
     GetLocalTime(&local);
     const std::time_t after = std::time(nullptr);
-
     std::tm fields{};
     fields.tm_year = local.wYear - 1900;
     fields.tm_mon = local.wMonth - 1;
@@ -75,15 +48,13 @@ TEST(ClockTest, LocalTimeIsThatOfTheStandardLibrary)
 TEST(ClockTest, FileTimeCountsFrom1601)
 {
     constexpr std::uint64_t UnixEpoch = 116444736000000000; // in units of 100 ns
-    const auto now = [] { return static_cast<std::uint64_t>(std::time(nullptr)); };
-    const std::uint64_t before = now();
+    const std::time_t before = std::time(nullptr);
     FILETIME time{};
     GetSystemTimeAsFileTime(&time);
-    const std::uint64_t after = now();
     const std::uint64_t ticks = (static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
-    const std::uint64_t seconds = (ticks - UnixEpoch) / 10000000;
+    const auto seconds = static_cast<std::time_t>((ticks - UnixEpoch) / 10000000);
     EXPECT_LE(before, seconds);
-    EXPECT_LE(seconds, after);
+    EXPECT_LE(seconds, std::time(nullptr));
 
     FILETIME localTime{};
     SYSTEMTIME local{};
@@ -97,25 +68,6 @@ TEST(ClockTest, FileTimeCountsFrom1601)
     EXPECT_EQ(parts.wDayOfWeek, 2);
     const FILETIME never{0xFFFFFFFF, 0xFFFFFFFF};
     EXPECT_FALSE(FileTimeToSystemTime(&never, &parts));
-}
-
-TEST(SystemInfoTest, A64BitSystemOfTheNtFamily)
-{
-    OSVERSIONINFOW version{};
-    version.dwOSVersionInfoSize = sizeof version;
-    ASSERT_TRUE(GetVersionExW(&version));
-    EXPECT_EQ(version.dwPlatformId, static_cast<DWORD>(VER_PLATFORM_WIN32_NT));
-    EXPECT_GE(version.dwMajorVersion, 5u);
-
-    SYSTEM_INFO system{};
-    GetNativeSystemInfo(&system);
-    EXPECT_EQ(system.wProcessorArchitecture, PROCESSOR_ARCHITECTURE_AMD64);
-    EXPECT_EQ(system.dwPageSize, 4096u);
-    EXPECT_EQ(system.dwNumberOfProcessors, std::thread::hardware_concurrency());
-
-    BOOL wow64 = TRUE;
-    ASSERT_TRUE(IsWow64Process(GetCurrentProcess(), &wow64));
-    EXPECT_FALSE(wow64);
 }
 
 TEST(AccountTest, TheUserOfTheProcessHasASid)
@@ -141,16 +93,4 @@ TEST(AccountTest, TheUserOfTheProcessHasASid)
     EXPECT_EQ(sidSize, 8u + 4u * count) << "as much as the sub-authorities need";
     EXPECT_NE(GetSidIdentifierAuthority(sid.data())->Value[5], 0);
     EXPECT_EQ(reinterpret_cast<BYTE*>(GetSidSubAuthority(sid.data(), count - 1u)), sid.data() + sidSize - 4);
-}
-
-VLT_CHILD(command_line)
-{
-    const WString line = GetCommandLineW();
-    return line.find(TEXT("system_test")) != WString::npos && line.find(TEXT("two words")) != WString::npos ? 0 : 1;
-}
-
-TEST(CommandLineTest, HoldsTheProgramAndItsArguments)
-{
-    vlt::test::Child child("command_line", {"two words"});
-    EXPECT_EQ(child.Wait(20000), 0);
 }

@@ -3,9 +3,11 @@
 
 #include "platform/Text.h"
 #include "platform/Unique.h"
+#include "tests/platform/Fails.h"
 #include "tests/support/Support.h"
 
 #include <atomic>
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
@@ -104,8 +106,6 @@ public:
     }
     // The wait had certainly begun when the object was made.
     bool Exact() const { return m_exact; }
-    DWORD ThreadId() const { return m_thread.Id(); }
-    HANDLE Thread() const { return m_thread.Handle(); }
 
 private:
     std::vector<HANDLE> m_handles;
@@ -128,6 +128,14 @@ inline DWORD PulseTo(HANDLE event, const Waiter& waiter)
         return result != WAIT_IO_COMPLETION;
     });
     return result;
+}
+
+// What a child does last: it stays until its input ends, or it is killed.
+inline int StayUntilInputEnds()
+{
+    while (std::getchar() != EOF) {
+    }
+    return 0;
 }
 
 // Names of this test process alone: on Windows the name space is the whole machine's.

@@ -48,14 +48,12 @@ private:
 
 TEST(CommandProgram, KeepsWhatIsReportedToTheSecurityCentre)
 {
-    EXPECT_EQ(Command("/WSCAntiVirusOn"), 0);
-    EXPECT_EQ(Command("/WSCAntiSpywareOff"), 0);
-    EXPECT_EQ(State(vlt::securitycentre::kAntiVirus), 1u);
-    EXPECT_EQ(State(vlt::securitycentre::kAntiSpyware), 0u);
-    EXPECT_EQ(Command("/WSCAntiVirusOff"), 0);
-    EXPECT_EQ(Command("/WSCAntiSpywareOn"), 0);
-    EXPECT_EQ(State(vlt::securitycentre::kAntiVirus), 0u);
-    EXPECT_EQ(State(vlt::securitycentre::kAntiSpyware), 1u);
+    for (const bool on : {true, false}) {
+        EXPECT_EQ(Command(on ? "/WSCAntiVirusOn" : "/WSCAntiVirusOff"), 0);
+        EXPECT_EQ(Command(on ? "/WSCAntiSpywareOff" : "/WSCAntiSpywareOn"), 0);
+        EXPECT_EQ(State(vlt::securitycentre::kAntiVirus), DWORD{on});
+        EXPECT_EQ(State(vlt::securitycentre::kAntiSpyware), DWORD{!on});
+    }
     EXPECT_EQ(Command("/WSCAntiVirus"), 64);
     EXPECT_EQ(State(vlt::securitycentre::kAntiVirus), 0u);
 }

@@ -1,5 +1,5 @@
 #include "suite/ArdScan/EncodedFormat.h"
-#include "tests/fuzz/EncodedFileBody.h"
+#include "tests/fuzz/Bodies.h"
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ TEST(EncodedFormat, AcceptsItsOwnHeadersAndSurvivesAnyOther)
     header.facts.extended = {{"user.a", "12"}};
     const auto good = WriteEncodedHeader(header);
     ASSERT_TRUE(good);
-    ASSERT_TRUE(vlt::test::TryEncodedHeader(*good));
+    ASSERT_TRUE(vlt::test::EncodedHeaderBody(*good));
     std::mt19937 random(9);
     int accepted = 0;
     for (int round = 0; round < 20000; ++round) {
@@ -27,7 +27,7 @@ TEST(EncodedFormat, AcceptsItsOwnHeadersAndSurvivesAnyOther)
             bytes[random() % bytes.size()] = static_cast<std::uint8_t>(random());
         if (random() % 4 == 0)
             bytes.resize(random() % (2 * bytes.size()));
-        accepted += vlt::test::TryEncodedHeader(bytes);
+        accepted += vlt::test::EncodedHeaderBody(bytes);
     }
     EXPECT_GT(accepted, 1000); // what lies behind the checksum was reached
     EXPECT_LT(accepted, 20000);

@@ -1,3 +1,4 @@
+#include "platform/Format.h"
 #include "suite/ArdScan/PatternSet.h"
 #include "tools/ptfc/SignatureText.h"
 
@@ -76,13 +77,9 @@ TEST(Matcher, FindsAllOfThousandsOfOverlappingPatterns)
         const std::size_t length = 5 + random() % 12;
         for (std::size_t n = 0; n < length; ++n)
             body += static_cast<char>(i % 2 ? 'a' + random() % 4 : random() % 256);
-        text += "hex P" + std::to_string(i);
-        constexpr char Digits[] = "0123456789ABCDEF";
-        text += ' ';
-        for (const char c : body) {
-            text += Digits[static_cast<unsigned char>(c) >> 4];
-            text += Digits[static_cast<unsigned char>(c) & 15];
-        }
+        text += "hex P" + std::to_string(i) + ' ';
+        for (const char c : body)
+            text += vlt::Format("%02X", static_cast<unsigned char>(c));
         text += '\n';
         bodies.push_back(body);
     }

@@ -2,7 +2,7 @@
 #include "suite/ArdScan/ScanContext.h"
 
 #include "engine/ArdScanAbi.h"
-#include "tests/fuzz/PatternFileBody.h"
+#include "tests/fuzz/Bodies.h"
 #include "tests/support/Support.h"
 #include "tools/ptfc/SignatureText.h"
 
@@ -52,7 +52,7 @@ TEST(PatternFile, EveryDamageIsNoticed)
 TEST(PatternFile, HostileEntriesDoNoHarm)
 {
     const auto good = Compiled(Sample);
-    EXPECT_TRUE(TryPatternFile(good));
+    EXPECT_TRUE(PatternFileBody(good));
     std::mt19937 random(11);
     int accepted = 0;
     for (int round = 0; round < 20000; ++round) {
@@ -61,7 +61,7 @@ TEST(PatternFile, HostileEntriesDoNoHarm)
             bytes[8 + random() % (bytes.size() - 8)] = static_cast<std::uint8_t>(random());
         if (random() % 4 == 0)
             bytes.resize(random() % (bytes.size() + 1));
-        accepted += TryPatternFile(bytes);
+        accepted += PatternFileBody(bytes);
     }
     EXPECT_GT(accepted, 0); // the entries were reached
 }

@@ -4,22 +4,6 @@
 
 namespace vlt::test
 {
-namespace
-{
-
-std::string Hex(const char* text)
-{
-    constexpr char Digits[] = "0123456789ABCDEF";
-    std::string hex;
-    for (; *text; ++text) {
-        hex += Digits[static_cast<unsigned char>(*text) >> 4];
-        hex += Digits[static_cast<unsigned char>(*text) & 15];
-    }
-    return hex;
-}
-
-} // namespace
-
 std::string NarrowText(const WCHAR* text)
 {
     std::string result;
@@ -30,7 +14,7 @@ std::string NarrowText(const WCHAR* text)
 
 ScanLibrary::ScanLibrary(const std::string& ini)
 {
-    WritePatterns("ptf$qrv.001", std::string("version 100\nhex Test-Virus ") + Hex(ThreatText) + "\n");
+    WritePatterns("ptf$qrv.001", std::string("version 100\ntext Test-Virus \"") + ThreatText + "\"\n");
     WriteBytes(m_folder.HostPath("ArdScan.ini"), ini);
     m_module = LoadBuilt("ArdScan.dll");
     const WString folder = m_folder.PathW() + TEXT("\\");

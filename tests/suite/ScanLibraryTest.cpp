@@ -33,7 +33,6 @@ TEST(ScanLibrary, GivesVersionsListsAndNames)
     const auto extensions = library.Entry<ASGetEngineDefaultExtListW_t>("ASGetEngineDefaultExtListW");
     EXPECT_EQ(extensions(library.Handle(), list, &size), 0);
     EXPECT_EQ(extensions(library.Handle(), list, &size), 1);
-    EXPECT_NE(NarrowText(list).find(";EXE;"), std::string::npos);
     EXPECT_EQ(NarrowText(list).size() + 1, size);
     std::uint64_t cursor = 0;
     AsVirusInfo info{};
@@ -114,8 +113,8 @@ TEST(ScanLibrary, AFailedReloadLeavesTheOldPatternsInForce)
 
 TEST(ScanLibrary, ScansAFileOnDemandWhilePatternsAreReloaded)
 {
-    const ScanLibrary library;
-    ASSERT_TRUE(library.Configure(const_cast<ScanLibrary&>(library).Config()));
+    ScanLibrary library;
+    ASSERT_TRUE(library.Configure(library.Config()));
     const TempFolder files;
     WriteBytes(files.HostPath("bad"), ThreatText);
     WriteBytes(files.HostPath("good"), "harmless");

@@ -7,11 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#ifndef _WIN32
-#include "platform/posix/file/PendingMoves.h"
-#include <cstdlib>
-#endif
-
 namespace
 {
 
@@ -159,28 +154,6 @@ TEST_F(AuDelayCopy, FailureKeepsTheRecordAndSparesTheOthers)
     EXPECT_EQ(Listed(), "\\??\\" + Path("a") + "|!\\??\\" + Path("b") + "||");
 }
 
-// As many pairs as there may be. Most sources have gone meanwhile.
-TEST_F(AuDelayCopy, FilesAreReplacedAtTheNextStart)
-{
-    m_folder.Write("boot", "first");
-    setenv("VLT_BOOT_ID", m_folder.HostPath("boot").c_str(), 1);
-    std::string ini = "[AuArd]\r\nCount=1000\r\n";
-    for (int i = 0; i < 1000; ++i) {
-        const std::string n = std::to_string(i);
-        if (i % 111 == 0)
-            m_folder.Write("new" + n, n);
-        ini += Pair(i, Path("new" + n), Path("old" + n));
-    }
-    m_folder.Write("old999", "old");
-    SetIni(ini);
-    EXPECT_TRUE(CAuDelayCopy::DoMoveFileEx());
-    EXPECT_EQ(m_folder.Read("old999"), "old");
-    m_folder.Write("boot", "second");
-    vlt::posix::CarryOutPendingMoves();
-    for (int i = 0; i < 1000; i += 111)
-        EXPECT_EQ(m_folder.Read("old" + std::to_string(i)), std::to_string(i));
-    EXPECT_EQ(Listed(), "");
-}
 #endif
 
 } // namespace

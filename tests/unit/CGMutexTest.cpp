@@ -1,11 +1,6 @@
 // Markers of running programs, in this process and others, in this session and others.
 #include "ARDCommon/CGMutex.h"
-#include "platform/Text.h"
 #include "tests/platform/Waiter.h"
-
-#include <gtest/gtest.h>
-
-#include <cstdio>
 
 using namespace vlt::test;
 using vlt::KernelHandle;
@@ -40,10 +35,7 @@ VLT_CHILD(marker)
     const int running = CGMutex::IsRunning(name.c_str());
     const int made = mutex.CreatePair(name.c_str());
     std::printf("%d %d\n", running, made);
-    std::fflush(stdout);
-    while (std::getchar() != EOF) {
-    }
-    return 0;
+    return StayUntilInputEnds();
 }
 
 TEST(CGMutex, APairTellsThisSessionFromOthers)
@@ -72,21 +64,14 @@ TEST(CGMutex, APairTellsThisSessionFromOthers)
     EXPECT_EQ(first.CreateGlobal(name.c_str()), 1);
     EXPECT_EQ(second.CreateGlobal((TEXT("Global\\") + name).c_str()), 2);
     EXPECT_EQ(CGMutex::IsRunning(name.c_str()), 3); // there is no marker of this session
-}
 
-TEST(CGMutex, WithoutSessionsTheNameIsUsedBare)
-{
-    const WString name = ObjectName("Bare");
-    CGMutex first;
-    CGMutex second;
-    EXPECT_EQ(CGMutex::IsRunning(name.c_str(), false), 0);
-    EXPECT_EQ(first.CreatePair(name.c_str(), false), 1);
-    EXPECT_TRUE(MutexExists(name));
-    EXPECT_FALSE(MutexExists(TEXT("Local_") + name));
-    EXPECT_EQ(second.CreatePair(name.c_str(), false), 2);
-    EXPECT_EQ(CGMutex::IsRunning(name.c_str(), false), 2);
-    first.Close();
-    EXPECT_EQ(CGMutex::IsRunning(name.c_str(), false), 0);
+    // Without sessions the name is used bare.
+    const WString bare = ObjectName("Bare");
+    EXPECT_EQ(CGMutex::IsRunning(bare.c_str(), false), 0);
+    EXPECT_EQ(first.CreatePair(bare.c_str(), false), 1);
+    EXPECT_TRUE(MutexExists(bare));
+    EXPECT_FALSE(MutexExists(TEXT("Local_") + bare));
+    EXPECT_EQ(second.CreatePair(bare.c_str(), false), 2);
 }
 
 TEST(CGMutex, WhatFailsLeavesNoMarker)

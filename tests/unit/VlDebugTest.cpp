@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <cstring>
 #include <sstream>
 
 namespace
@@ -79,18 +78,6 @@ TEST_F(VlDebug, IsPlainWithoutAModuleNameOrTheExtendedSwitch)
         EXPECT_EQ(records[1]["call"], "TraceA");
         EXPECT_EQ(records[1]["text"], "text");
     }
-}
-
-TEST_F(VlDebug, IsSilentWithoutTheLibrary)
-{
-    CVlDebug debug;
-    EXPECT_FALSE(debug.Init(nullptr, m_settings.c_str(), TEXT("VlntSrv"), 1));
-    EXPECT_FALSE(debug.Init(m_folder.PathW().c_str(), m_settings.c_str(), TEXT("VlntSrv"), 1));
-    SetLastError(4711);
-    debug.Trace(".\\a.cpp", 1, 40, "text");
-    debug.Dump(".\\a.cpp", 1, 40, "abc", 3);
-    EXPECT_EQ(GetLastError(), 4711u);
-    EXPECT_TRUE(Recorded().empty());
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "platform/posix/core/Error.h"
 #include "platform/posix/core/MachineRoot.h"
+#include "platform/posix/core/Pointers.h"
 #include "platform/posix/core/Utf.h"
 #include "platform/posix/file/Path.h"
 #include "platform/posix/kernel/CommandLine.h"
@@ -24,15 +25,6 @@ namespace
 {
 
 using Texts = std::vector<std::string>;
-
-std::vector<char*> Pointers(Texts& texts)
-{
-    std::vector<char*> pointers;
-    for (std::string& text : texts)
-        pointers.push_back(text.data());
-    pointers.push_back(nullptr);
-    return pointers;
-}
 
 // The host path of the configured program; empty when there is no such file.
 std::string FindProgram(WStringView commandLine, Texts& arguments)

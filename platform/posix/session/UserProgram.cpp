@@ -2,6 +2,7 @@
 
 #include "platform/posix/core/Error.h"
 #include "platform/posix/core/Fd.h"
+#include "platform/posix/core/Pointers.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -19,15 +20,6 @@ namespace vlt::posix
 {
 namespace
 {
-
-std::vector<char*> Pointers(std::vector<std::string>& texts)
-{
-    std::vector<char*> pointers;
-    for (std::string& text : texts)
-        pointers.push_back(text.data());
-    pointers.push_back(nullptr);
-    return pointers;
-}
 
 // Everything that the child needs, made before the fork: it may not allocate.
 struct Start {

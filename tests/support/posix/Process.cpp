@@ -1,3 +1,5 @@
+#include "platform/posix/core/Fd.h"
+#include "platform/posix/core/Pointers.h"
 #include "tests/support/Host.h"
 
 #include <cerrno>
@@ -19,29 +21,7 @@ namespace vlt::test::host
 namespace
 {
 
-class Fd
-{
-public:
-    explicit Fd(int fd = -1) : m_fd(fd) {}
-    ~Fd() { Close(); }
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    int Get() const { return m_fd; }
-    void Set(int fd)
-    {
-        Close();
-        m_fd = fd;
-    }
-    void Close()
-    {
-        if (m_fd >= 0)
-            close(m_fd);
-        m_fd = -1;
-    }
-
-private:
-    int m_fd;
-};
+using posix::Fd;
 
 class PosixProcess : public Process
 {
@@ -104,7 +84,7 @@ public:
         return true;
     }
 
-    void CloseInput() override { m_input.Close(); }
+    void CloseInput() override { m_input = Fd(); }
     unsigned long Id() const override { return static_cast<unsigned long>(m_pid); }
 
     pid_t m_pid = -1;
@@ -131,15 +111,6 @@ std::vector<std::string> MergedEnvironment(const Child::Environment& additions)
     return merged;
 }
 
-std::vector<char*> Pointers(std::vector<std::string>& texts)
-{
-    std::vector<char*> pointers;
-    for (std::string& text : texts)
-        pointers.push_back(text.data());
-    pointers.push_back(nullptr);
-    return pointers;
-}
-
 } // namespace
 
 std::unique_ptr<Process> StartProcess(const std::filesystem::path& program, const std::vector<std::string>& args,
@@ -152,11 +123,11 @@ std::unique_ptr<Process> StartProcess(const std::filesystem::path& program, cons
         throw std::system_error(errno, std::generic_category(), "pipe");
     auto process = std::make_unique<PosixProcess>();
     const Fd childIn(in[0]);
-    process->m_input.Set(in[1]);
+    process->m_input = Fd(in[1]);
     if (pipe2(out, O_CLOEXEC) != 0)
         throw std::system_error(errno, std::generic_category(), "pipe");
     const Fd childOut(out[1]);
-    process->m_output.Set(out[0]);
+    process->m_output = Fd(out[0]);
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -177,15 +148,15 @@ std::unique_ptr<Process> StartProcess(const std::filesystem::path& program, cons
     std::vector<std::string> argTexts{program.string()};
     argTexts.insert(argTexts.end(), args.begin(), args.end());
     std::vector<std::string> environmentTexts = MergedEnvironment(environment);
-    const int error = posix_spawn(&process->m_pid, program.c_str(), &actions, &attributes, Pointers(argTexts).data(),
-                                  Pointers(environmentTexts).data());
+    const int error = posix_spawn(&process->m_pid, program.c_str(), &actions, &attributes,
+                                  posix::Pointers(argTexts).data(), posix::Pointers(environmentTexts).data());
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
     if (error != 0) {
         process->m_code = 127;
         throw std::system_error(error, std::generic_category(), "cannot start " + program.string());
     }
-    process->m_pidfd.Set(static_cast<int>(syscall(SYS_pidfd_open, process->m_pid, 0)));
+    process->m_pidfd = Fd(static_cast<int>(syscall(SYS_pidfd_open, process->m_pid, 0)));
     if (process->m_pidfd.Get() < 0)
         throw std::system_error(errno, std::generic_category(), "pidfd_open");
     return process;

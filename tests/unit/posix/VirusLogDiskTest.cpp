@@ -2,12 +2,10 @@
 // namespace of the test's own. Needs root.
 #include "ARDCommon/ProgramFolder.h"
 #include "ARDCommon/VirusLog.h"
+#include "tests/support/posix/Privileges.h"
 #include "tests/support/Support.h"
 
 #include <gtest/gtest.h>
-
-#include <sched.h>
-#include <sys/mount.h>
 
 namespace
 {
@@ -17,18 +15,7 @@ namespace fs = std::filesystem;
 class VirusLogDisk : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-            GTEST_SKIP() << "no mount namespace of its own without the privilege";
-        fs::create_directories(m_folder);
-    }
-
-    void Mount(unsigned long flags)
-    {
-        if (mount("none", m_folder.c_str(), "tmpfs", flags, "size=4096") != 0)
-            GTEST_SKIP() << "tmpfs cannot be mounted here";
-    }
+    VirusLogDisk() { fs::create_directories(m_folder); }
 
     const fs::path m_folder = vlt::test::ProgramFolder() / "Log";
     const fs::path m_file = m_folder / "20070605.VLG";
@@ -38,9 +25,8 @@ protected:
 
 TEST_F(VirusLogDisk, FullDiskLosesTheLineAndNoEarlierOne)
 {
-    Mount(0);
-    if (IsSkipped())
-        return;
+    if (!vlt::test::MountSmallDisk(m_folder, "4k"))
+        GTEST_SKIP() << "needs the right to mount";
     EXPECT_TRUE(m_log.WriteVirusLogToFile(m_day, TEXT("kept\r\n")));
     const std::string before = vlt::test::ReadBytes(m_file);
     EXPECT_FALSE(m_log.WriteVirusLogToFile(m_day, WString(4000, TEXT('x'))));
@@ -51,9 +37,8 @@ TEST_F(VirusLogDisk, FullDiskLosesTheLineAndNoEarlierOne)
 
 TEST_F(VirusLogDisk, ReadOnlyDiskIsAFailure)
 {
-    Mount(MS_RDONLY);
-    if (IsSkipped())
-        return;
+    if (!vlt::test::MountSmallDisk(m_folder, "4k", MS_RDONLY))
+        GTEST_SKIP() << "needs the right to mount";
     EXPECT_FALSE(m_log.WriteVirusLogToFile(m_day, TEXT("lost\r\n")));
     EXPECT_FALSE(fs::exists(m_file));
 }

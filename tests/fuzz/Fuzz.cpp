@@ -1,7 +1,7 @@
-#include "tests/fuzz/RegistryValueBody.h"
+#include "tests/fuzz/Bodies.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    vlt::test::RegistryValueBody(data, size);
+    vlt::test::VLT_FUZZ_BODY({data, size});
     return 0;
 }
