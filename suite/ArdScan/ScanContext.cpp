@@ -135,7 +135,7 @@ Verdict CJudge::ScanPath(const HostPath& path, std::uint32_t direction, bool las
         file.Size(), [&](std::span<std::uint8_t> buffer) { return file.Read(buffer); }, threat);
     if (verdict == Verdict::Infected && !m_context.IsInQuarantine(name))
         Report(threat, file, path, name, {0, direction, false, false});
-    m_context.status.Scanned(name);
+    m_context.status.Scanned(path.native());
     return verdict;
 }
 

@@ -33,11 +33,11 @@ std::string Quoted(std::string_view text)
 
 } // namespace
 
-void CStatus::Scanned(WStringView windowsPath)
+void CStatus::Scanned(NativeView path)
 {
     {
         const std::lock_guard lock(m_lock);
-        m_lastScanned = windowsPath;
+        m_lastScanned = path;
     }
     Touch();
 }
@@ -103,10 +103,10 @@ void CStatus::Run()
         m_changed.wait(lock, [&] { return m_stop || m_dirty.load() || first; });
         m_dirty = false;
         const bool stopping = m_stop;
-        const WString scanned = std::exchange(m_lastScanned, WString());
+        const HostPath scanned = std::exchange(m_lastScanned, {});
         lock.unlock();
         if (!scanned.empty() && m_lastScan)
-            m_lastScan(scanned);
+            m_lastScan(ToWindows(scanned));
         Write(Text());
         lock.lock();
         if (stopping)

@@ -13,6 +13,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -51,8 +52,10 @@ public:
         return m_counters[static_cast<std::size_t>(counter)].load(std::memory_order_relaxed);
     }
 
-    // The last file scanned, for the callback; not while an opener waits, since it takes a lock.
-    void Scanned(WStringView windowsPath);
+    // The last file scanned, for the callback, with its path as the host has it; not while an opener waits,
+    // since it takes a lock.
+    using NativeView = std::basic_string_view<HostPath::value_type>;
+    void Scanned(NativeView path);
     // Something was counted without a scan.
     void Touch();
 
@@ -77,7 +80,7 @@ private:
     std::condition_variable m_changed;
     std::atomic<bool> m_dirty{false};
     bool m_stop = false;
-    WString m_lastScanned;
+    HostPath::string_type m_lastScanned;
     std::string m_mode = "stopped";
     std::string m_reason;
     std::vector<std::string> m_folders;

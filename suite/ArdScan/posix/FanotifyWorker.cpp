@@ -2,6 +2,7 @@
 
 #include "suite/ArdScan/posix/OpenFile.h"
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <ctime>
@@ -230,9 +231,8 @@ void CFanotifyGroup::Handle(Worker& worker, const Event& event)
         m_context.status.Touch();
         return;
     }
-    if (name.empty())
-        name = ToWindows(PathOfOpenFile(file.Get()));
-    m_context.status.Scanned(name);
+    std::array<char, 4096> path;
+    m_context.status.Scanned(PathOfOpenFile(file.Get(), path));
 }
 
 void CFanotifyGroup::HandleInfected(Worker& worker, const Event& event, const Threat& threat)

@@ -5,19 +5,25 @@
 
 #include <array>
 #include <cstdio>
+#include <string_view>
 #include <unistd.h>
 
 namespace vlt::scan
 {
 
-// Empty when it is not known. Of a deleted file, its last name followed by " (deleted)".
-inline HostPath PathOfOpenFile(int file)
+// Within the buffer. Empty when it is not known. Of a deleted file, its last name followed by " (deleted)".
+inline std::string_view PathOfOpenFile(int file, std::array<char, 4096>& buffer)
 {
     std::array<char, 32> link;
     std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", file);
-    std::array<char, 4096> path;
-    const ssize_t length = readlink(link.data(), path.data(), path.size());
-    return length > 0 ? HostPath(std::string(path.data(), static_cast<std::size_t>(length))) : HostPath();
+    const ssize_t length = readlink(link.data(), buffer.data(), buffer.size());
+    return {buffer.data(), length > 0 ? static_cast<std::size_t>(length) : 0};
+}
+
+inline HostPath PathOfOpenFile(int file)
+{
+    std::array<char, 4096> buffer;
+    return HostPath(PathOfOpenFile(file, buffer));
 }
 
 } // namespace vlt::scan

@@ -105,7 +105,7 @@ void CWriteWatch::Scan(CJudge& judge, int file, std::uint32_t process)
     if (judge.Scan(static_cast<std::uint64_t>(info.st_size), read, threat) == Verdict::Infected &&
         !m_context.IsInQuarantine(name) && infected.Borrow(file))
         judge.Report(threat, infected, path, name, {process, AS_DIRECTION_WRITE, false, false});
-    m_context.status.Scanned(name);
+    m_context.status.Scanned(path.native());
 }
 
 } // namespace vlt::scan
