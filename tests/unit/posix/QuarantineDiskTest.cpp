@@ -77,6 +77,21 @@ TEST_F(QuarantineDisk, FullLosesNothingAndGoesOnWithRoom)
     EXPECT_EQ(2u, m_store->Records()[0].status);
 }
 
+TEST_F(QuarantineDisk, AnEncodedFileComesFromAnotherFileSystem)
+{
+    const TempFolder other;
+    WriteBytes(other.HostPath("encoded.bin"), "caught");
+    EXPECT_EQ(1, m_store->store.RenameEncodeFileW(other.PathW("encoded.bin").c_str(), TEXT("C:\\x"), TEXT("T")));
+    ASSERT_EQ(1u, m_store->Records().size());
+    EXPECT_EQ("caught", ReadBytes(m_folder.HostPath(ToNarrow(m_store->Records()[0].quarantinedName))));
+    // What does not fit stays where it is.
+    WriteBytes(other.HostPath("large.bin"), std::string(100'000, 'x'));
+    EXPECT_EQ(0, m_store->store.RenameEncodeFileW(other.PathW("large.bin").c_str(), TEXT("C:\\x"), TEXT("T")));
+    EXPECT_EQ(33u, Error());
+    EXPECT_EQ(100'000u, ReadBytes(other.HostPath("large.bin")).size());
+    EXPECT_EQ(1u, m_store->Records().size());
+}
+
 TEST_F(QuarantineDisk, ReadOnlyLeavesTheEncodedFileWhereItIs)
 {
     WriteBytes(m_folder.HostPath("encoded.bin"), "");
