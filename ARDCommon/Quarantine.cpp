@@ -84,7 +84,7 @@ int CQuarantine::QuarantineInitW(HMODULE library, AsHandle handle, LPCWSTR quara
 {
     if (!SetFolder(quarantineFolder))
         return 0;
-    m_library = {library, handle};
+    m_library.Set(library, handle);
     return 1;
 }
 
@@ -127,17 +127,20 @@ int CQuarantine::LoadScanLibrary(LPCWSTR patternPath)
         VLT_TRACE(20, "Failed: CArdScanLib::Init()");
         return Fail(QuarantineError::NoLibrary);
     }
-    const QuarantineLibrary library{m_ardScan.Handle(), nullptr};
-    const auto init = library.Export<ASInitScanW_t>("ASInitScanW");
-    if (init == nullptr)
+    const CLazyExport<ASInitScanW_t> initScan("ASInitScanW");
+    m_library.Set(m_ardScan.Handle(), nullptr);
+    const auto init = m_library.Export(initScan);
+    if (init == nullptr) {
+        m_library.Set(nullptr, nullptr);
         return Fail(QuarantineError::MissingExport);
+    }
     AsInitRecord record{};
     record.processId = GetCurrentProcessId();
     record.appFolder = patternPath;
     record.patternFolder = patternPath;
     record.version = AS_INIT_VERSION;
     // A library without patterns gives no handle. The store can still put files away.
-    m_library = {m_ardScan.Handle(), init(kScanLibraryVersion, &record, kOnDemand)};
+    m_library.Set(m_ardScan.Handle(), init(kScanLibraryVersion, &record, kOnDemand));
     m_ownsScanHandle = m_library.handle != nullptr;
     return 1;
 }
@@ -150,7 +153,7 @@ void CQuarantine::QuarantineClose()
             deInit(m_library.handle);
     }
     m_ownsScanHandle = false;
-    m_library = {};
+    m_library.Set(nullptr, nullptr);
     if (m_ardScan.Handle() != nullptr)
         m_ardScan.Free();
     m_selected.clear();
@@ -203,9 +206,11 @@ bool CQuarantine::MoveIntoStore(const WString& encodedFile, WString& quarantined
 int CQuarantine::_WriteQuarantineDBW(std::uint32_t type, LPCWSTR sourcePath, LPCWSTR quarantinedName,
                                      std::uint32_t status, LPCWSTR threatName)
 {
-    QuarantineRecord record{};
-    const QuarantineError error = _CreateQuarantineInfoW(record, type, sourcePath, quarantinedName, status, threatName);
-    return Report(error == QuarantineError::None ? m_db->Append(record) : error);
+    const auto fill = [&](QuarantineRecord& record) {
+        return _CreateQuarantineInfoW(record, type, sourcePath, quarantinedName, status, threatName);
+    };
+    QuarantineRecord none{};
+    return Report(m_db ? m_db->Append(fill) : fill(none));
 }
 
 QuarantineError CQuarantine::_CreateQuarantineInfoW(QuarantineRecord& record, std::uint32_t type, LPCWSTR sourcePath,
@@ -215,14 +220,14 @@ QuarantineError CQuarantine::_CreateQuarantineInfoW(QuarantineRecord& record, st
         VLT_TRACE(20, "CArdScanLib is not initialized.");
         return QuarantineError::NoLibrary;
     }
-    const auto getEngineInfo = m_library.Export<ASGetEngineInfo_t>("ASGetEngineInfo");
+    const auto getEngineInfo = m_library.Export(m_library.m_pfASGetEngineInfo);
     if (getEngineInfo == nullptr)
         return QuarantineError::MissingExport;
     record.platform = m_platform;
     record.type = type;
     record.status = status;
 
-    const auto getPattern = vlt::ProcAddress<ASGetPatternInformation_t>(m_library.m_hModule, "ASGetPatternInformation");
+    const auto getPattern = m_library.m_pfASGetPatternInformation.In(m_library.m_hModule);
     AsPatternInformation pattern{};
     if (getPattern != nullptr && getPattern(m_library.handle, &pattern) == 1)
         record.patternVersion = pattern.version;
@@ -257,7 +262,7 @@ int CQuarantine::GetBackupInfoW(QuarantineRecord* record)
 {
     if (record == nullptr)
         return Fail(QuarantineError::InvalidParameter);
-    const auto getInfo = m_library.Export<ASGetBackupFileInfoW_t>("ASGetBackupFileInfoW");
+    const auto getInfo = m_library.Export(m_library.m_pfASGetBackupFileInfoW);
     if (getInfo == nullptr)
         return Fail(QuarantineError::MissingExport);
     const WString folder = m_folder + TEXT("\\") + kQuarantineBackupFolder + TEXT("\\");
@@ -323,8 +328,10 @@ int CQuarantine::DeleteQuarantinedW()
         if (!std::binary_search(m_selected.begin(), m_selected.end(), name))
             return true;
         if (VlFile::IsPlainName(name)) {
+            const WString file = m_folder + TEXT("\\") + name;
+            SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
             VLT_TRACE(40, "  delete [%ls]", name);
-            VlFile::Delete(m_folder + TEXT("\\") + name);
+            DeleteFileW(file.c_str());
         }
         return false;
     });

@@ -210,13 +210,15 @@ bool CQuarantineDb::MergeScratch()
     return true;
 }
 
-QuarantineError CQuarantineDb::Append(const QuarantineRecord& record)
+QuarantineError CQuarantineDb::Append(const Fill& fill)
 {
     const VlLock writer(WriterLock());
     CQuarantineLock lock;
     if (!lock.Lock())
         return QuarantineError::Semaphore;
-    return AppendTo(m_file, &record, 1);
+    QuarantineRecord record{};
+    const QuarantineError error = fill(record);
+    return error == QuarantineError::None ? AppendTo(m_file, &record, 1) : error;
 }
 
 bool CQuarantineDb::Read(QuarantineRecord& record, QuarantineError& error)

@@ -20,9 +20,12 @@ public:
     // the store's owner; a store in order is not touched.
     void Repair();
 
+    // Appends the record that `fill` makes of a zeroed one, which is called with the lock held: the wait
+    // for it may be long, and the record says when it was written. What fill reports ends the append.
     // After a torn append the new record begins at the next multiple of the record size, so that it and
     // the ones after it can be read.
-    QuarantineError Append(const QuarantineRecord& record);
+    using Fill = std::function<QuarantineError(QuarantineRecord&)>;
+    QuarantineError Append(const Fill& fill);
 
     // The next record of a quarantined file; the record file is made, empty, when it is not there. False
     // at the end, also at a torn record, or with `error` set after a failure.

@@ -15,7 +15,7 @@ constexpr WCHAR kManualScanKey[] = TEXT("Software\\Veltrano\\Ardentis\\15\\Manua
 
 bool CQuarantineScan::Configure()
 {
-    const auto setConfig = Export<ASSetConfigW_t>("ASSetConfigW");
+    const auto setConfig = Export(m_library.m_pfASSetConfigW);
     if (setConfig == nullptr)
         return false;
     AsQuarantineConfigRecord config{};
@@ -41,7 +41,7 @@ bool CQuarantineScan::Configure()
 
 bool CQuarantineScan::ScanFile(const WString& file, QuarantineVerdict& verdict)
 {
-    const auto scanFile = ConfiguredExport<ASScanFileW_t>("ASScanFileW");
+    const auto scanFile = ConfiguredExport(m_library.m_pfASScanFileW);
     if (scanFile == nullptr)
         return false;
     m_threatName[0] = 0;
@@ -67,7 +67,7 @@ bool CQuarantineScan::ScanFile(const WString& file, QuarantineVerdict& verdict)
 
 bool CQuarantineScan::CleanFile(const WString& file, QuarantineVerdict& verdict)
 {
-    const auto manualAction = ConfiguredExport<ASManualActionW_t>("ASManualActionW");
+    const auto manualAction = ConfiguredExport(m_library.m_pfASManualActionW);
     if (manualAction == nullptr)
         return false;
     if (manualAction(m_library.handle, file.c_str(), AS_ACTION_CLEAN) != 1) {

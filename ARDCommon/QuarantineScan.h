@@ -37,18 +37,18 @@ public:
 private:
     // Null, with the reason in m_error.
     template <typename Function>
-    Function Export(const char* name)
+    Function Export(const CLazyExport<Function>& entry)
     {
-        const auto function = m_library.Export<Function>(name);
+        const auto function = m_library.Export(entry);
         if (function == nullptr)
             m_error = QuarantineError::MissingExport;
         return function;
     }
     // The same once the library has this store's configuration.
     template <typename Function>
-    Function ConfiguredExport(const char* name)
+    Function ConfiguredExport(const CLazyExport<Function>& entry)
     {
-        const auto function = Export<Function>(name);
+        const auto function = Export(entry);
         return function != nullptr && Configure() ? function : nullptr;
     }
     bool Configure();

@@ -1,6 +1,6 @@
 #include "ARDCommon/QuarantineTransfer.h"
 
-#include "ARDCommon/QuarantineFormat.h"
+#include "ARDCommon/QuarantineDb.h"
 #include "ARDCommon/QuarantineLock.h"
 #include "ARDCommon/VlFile.h"
 #include "platform/Unique.h"
@@ -57,7 +57,7 @@ bool CQuarantineTransfer::Convey(const WString& source, const WString& destinati
 {
     if (!encode)
         return CopyFileW(source.c_str(), destination.c_str(), FALSE) != FALSE;
-    const auto encodeFile = m_library.Export<ASEncodeFileW_t>("ASEncodeFileW");
+    const auto encodeFile = m_library.Export(m_library.m_pfASEncodeFileW);
     if (encodeFile == nullptr) {
         m_error = QuarantineError::MissingExport;
         return false;
@@ -81,8 +81,8 @@ bool CQuarantineTransfer::EncodeThroughCopy(const WString& source, const WString
 
 bool CQuarantineTransfer::Restore(const WString& file, LPCWSTR destination, bool retry)
 {
-    const auto getInfo = m_library.Export<ASGetBackupFileInfoW_t>("ASGetBackupFileInfoW");
-    const auto restore = m_library.Export<ASRestoreFileW_t>("ASRestoreFileW");
+    const auto getInfo = m_library.Export(m_library.m_pfASGetBackupFileInfoW);
+    const auto restore = m_library.Export(m_library.m_pfASRestoreFileW);
     if (getInfo == nullptr || restore == nullptr) {
         m_error = QuarantineError::MissingExport;
         return false;
@@ -121,13 +121,19 @@ bool CQuarantineTransfer::RestoreDirectly(const WString& file, const WString& ta
 
 bool CQuarantineTransfer::RestoreThroughScratch(const WString& file, const WString& target)
 {
-    // The scratch file is that of the record file's rewrite, which must not be at work meanwhile.
+    // The scratch file is that of the record file's rewrite: one that was cut short may hold records that
+    // are nowhere else, and none may be at work meanwhile.
+    const WString scratch = m_folder + TEXT("\\") + kQuarantineScratchName;
+    if (VlFile::Exists(scratch)) {
+        CQuarantineDb(m_folder).Repair();
+        if (VlFile::Exists(scratch))
+            return false;
+    }
     CQuarantineLock lock;
     if (!lock.Lock()) {
         m_error = QuarantineError::Semaphore;
         return false;
     }
-    const WString scratch = m_folder + TEXT("\\") + kQuarantineScratchName;
     const bool copied =
         Restore(file, scratch.c_str(), false) && CopyFileW(scratch.c_str(), target.c_str(), FALSE) != FALSE;
     VlFile::Delete(scratch);

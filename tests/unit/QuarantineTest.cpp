@@ -182,7 +182,8 @@ TEST(Quarantine, UpdatesAndDeletionsTouchTheirRecordsOnly)
     for (const auto& record : {MakeRecord(TEXT("a.tmp")), MakeRecord(TEXT("A.TMP")), MakeRecord(TEXT("b.tmp"), 6, {}),
                                MakeRecord(TEXT("..\\outside")), MakeRecord(TEXT("old"), 3)})
         file += Bytes(record);
-    WriteBytes(test.File("QUADB.VDB"), file);
+    const std::string endless(kSize, 'A'); // no text has a terminator
+    WriteBytes(test.File("QUADB.VDB"), file + endless);
     WriteBytes(test.File("a.tmp"), "a");
     WriteBytes(test.File("../outside"), "outside");
 
@@ -193,13 +194,13 @@ TEST(Quarantine, UpdatesAndDeletionsTouchTheirRecordsOnly)
     a.status = 2;
     QuarantineRecord b = MakeRecord(TEXT("b.tmp"), 6, {});
     b.status = 4;
-    const std::string rest = Bytes(MakeRecord(TEXT("..\\outside"))) + Bytes(MakeRecord(TEXT("old"), 3));
+    const std::string rest = Bytes(MakeRecord(TEXT("..\\outside"))) + Bytes(MakeRecord(TEXT("old"), 3)) + endless;
     EXPECT_EQ(Bytes(a) + Bytes(MakeRecord(TEXT("A.TMP"))) + Bytes(b) + rest, ReadBytes(test.File("QUADB.VDB")));
 
     for (const WCHAR* name : {TEXT("a.tmp"), TEXT("..\\outside")})
         test.store.SelectForDeletion(name);
     EXPECT_EQ(1, test.store.DeleteQuarantinedW());
-    EXPECT_EQ(Bytes(MakeRecord(TEXT("A.TMP"))) + Bytes(b) + Bytes(MakeRecord(TEXT("old"), 3)),
+    EXPECT_EQ(Bytes(MakeRecord(TEXT("A.TMP"))) + Bytes(b) + Bytes(MakeRecord(TEXT("old"), 3)) + endless,
               ReadBytes(test.File("QUADB.VDB")));
     EXPECT_FALSE(std::filesystem::exists(test.File("a.tmp")));
     EXPECT_EQ("outside", ReadBytes(test.File("../outside"))) << "a name never leads out of the folder";
@@ -335,6 +336,13 @@ TEST(Quarantine, AFileGoesInEncodedAndComesBackIdentical)
     EXPECT_EQ(0, test.store.RestoreFileW(encoded.c_str(), test.outside.PathW("folder").c_str(), true));
     EXPECT_EQ(content, ReadBytes(test.outside.HostPath("other.txt")));
     EXPECT_FALSE(test.HasLeftovers());
+
+    // The scratch file is not used while records lie in it that could not be taken back.
+    WriteBytes(test.folder.HostPath("a.tmp"), "a");
+    WriteBytes(test.folder.HostPath("$VB$.$$$"), Bytes(MakeRecord(TEXT("a.tmp"))));
+    std::filesystem::create_directory(test.folder.HostPath("QUADB.VDB"));
+    EXPECT_EQ(0, test.store.RestoreFileW(encoded.c_str(), test.outside.PathW("folder").c_str(), true));
+    EXPECT_EQ(Bytes(MakeRecord(TEXT("a.tmp"))), ReadBytes(test.folder.HostPath("$VB$.$$$")));
 }
 
 TEST(Quarantine, ScanningTellsWhatIsKeptAndChangesItsRecordOnly)

@@ -6,6 +6,7 @@
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 
 using namespace vlt;
 using namespace vlt::test;
@@ -107,13 +108,19 @@ TEST_F(QuarantineDisk, ReadOnlyLeavesTheEncodedFileWhereItIs)
     EXPECT_EQ("caught", ReadBytes(m_folder.HostPath("encoded.bin")));
 }
 
-TEST(QuarantineStoreFaults, AFolderInPlaceOfTheRecordFileFailsEachOperation)
+TEST(QuarantineStoreFaults, WhatIsNoFileInPlaceOfTheRecordFileFailsEachOperation)
 {
     QuarantineStore test;
+    ASSERT_EQ(0, mkfifo(test.File("QUADB.VDB").c_str(), 0600));
+    QuarantineRecord record{};
+    EXPECT_EQ(0, test.store._ReadQuarantineDBW(&record));
+    EXPECT_EQ(8u, test.store.LastErrorCode());
+    EXPECT_EQ(0, test.store.UpdateQuarantineDBW(TEXT("x"), 2, nullptr));
+    EXPECT_EQ(8u, test.store.LastErrorCode());
+    fs::remove(test.File("QUADB.VDB"));
     fs::create_directory(test.File("QUADB.VDB"));
     EXPECT_EQ(0, test.Quarantine("caught", TEXT("C:\\x"), TEXT("T")));
     EXPECT_EQ(8u, test.store.LastErrorCode());
-    QuarantineRecord record{};
     EXPECT_EQ(0, test.store._ReadQuarantineDBW(&record));
     EXPECT_EQ(8u, test.store.LastErrorCode());
     EXPECT_EQ(0, test.store.UpdateQuarantineDBW(TEXT("x"), 2, nullptr));
@@ -124,6 +131,16 @@ TEST(QuarantineStoreFaults, AFolderInPlaceOfTheRecordFileFailsEachOperation)
         if (entry.is_regular_file())
             kept.push_back(ReadBytes(entry.path()));
     EXPECT_EQ(std::vector<std::string>{"caught"}, kept);
+}
+
+TEST(QuarantineStoreFaults, AnAppendFindsTheEndOfAHugeRecordFile)
+{
+    QuarantineStore test;
+    constexpr std::size_t whole = 3'000'000 * sizeof(QuarantineRecord); // 5.6 GB, of which the disk sees nothing
+    WriteBytes(test.File("QUADB.VDB"), "");
+    fs::resize_file(test.File("QUADB.VDB"), whole - 1);
+    EXPECT_EQ(1, test.Quarantine("caught", TEXT("C:\\x"), TEXT("T")));
+    EXPECT_EQ(whole + sizeof(QuarantineRecord), fs::file_size(test.File("QUADB.VDB")));
 }
 
 VLT_CHILD(holdStore)
