@@ -126,10 +126,18 @@ bool ThreadRecord::Start(const std::shared_ptr<ThreadRecord>& record, unsigned s
         return false;
     }
     static_cast<void>(start.release()); // the thread's
-    // The id is known to the caller at once, and the scheduler can be told about the thread.
-    while (record->Id() == 0)
-        FutexWait(reinterpret_cast<const std::uint32_t*>(&record->m_id), 0, false, Deadline(INFINITE));
     return true;
+}
+
+// Only the thread itself can find it out. Its maker does not wait for that unless it asks.
+DWORD ThreadRecord::Id() const noexcept
+{
+    const auto* const word = reinterpret_cast<const std::uint32_t*>(&m_id);
+    for (;;) {
+        if (const DWORD id = m_id.load(std::memory_order_acquire))
+            return id;
+        FutexWait(word, 0, false, Deadline(INFINITE));
+    }
 }
 
 ThreadRecord* ThreadRecord::OfCaller()

@@ -26,7 +26,7 @@ public:
     OwnedMutexes& Mutexes() noexcept { return m_mutexes; } // the thread's own use only
     EventWaitable& Ended() noexcept { return m_ended; }
     bool HasEnded() const noexcept { return m_endedState.IsSignaled(); }
-    DWORD Id() const noexcept { return m_id.load(std::memory_order_acquire); }
+    DWORD Id() const noexcept; // waits until the thread has begun
     DWORD ExitCode() const noexcept { return HasEnded() ? m_exitCode.load(std::memory_order_acquire) : STILL_ACTIVE; }
 
     // The suspend count before.
