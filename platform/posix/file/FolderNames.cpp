@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <dirent.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <linux/magic.h>
 #include <memory>
 #include <new>
@@ -26,6 +27,9 @@ constexpr std::size_t MostNames = 100'000; // about 7 MB
 // A program that misses a name or two reads the folder; a watch costs more than that at its end.
 constexpr int SearchesBefore = 3;
 constexpr int NeverKept = -1; // a number of searches
+
+// The host rounds the name with its terminator up to a multiple of the event's size.
+constexpr std::size_t LargestEvent = sizeof(inotify_event) + NAME_MAX + 1;
 
 constexpr std::uint32_t Changes = IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_MOVED_FROM | IN_ONLYDIR;
 
@@ -89,12 +93,28 @@ std::optional<std::string> FolderNames::Find(const char* folder, const struct st
     return found == entry.names.end() ? std::string() : *found;
 }
 
-// Whatever path led to it: the inode's number is not used again while the watch stands.
-FolderNames::Folder& FolderNames::Entry(const struct stat& status)
+bool FolderNames::IsKnownMissing(const struct stat& folder, std::u16string_view name)
 {
-    const auto found = std::find_if(m_folders.begin(), m_folders.end(), [&](const Folder& folder) {
+    const std::lock_guard lock(m_lock);
+    Drain();
+    const auto found = Known(folder);
+    if (found == m_folders.end() || found->watch < 0)
+        return false;
+    const std::u16string folded = FoldCase(name);
+    return !found->names.contains(Folded{folded});
+}
+
+// Whatever path led to it: the inode's number is not used again while the watch stands.
+FolderNames::Folders::iterator FolderNames::Known(const struct stat& status)
+{
+    return std::find_if(m_folders.begin(), m_folders.end(), [&](const Folder& folder) {
         return folder.device == status.st_dev && folder.inode == status.st_ino;
     });
+}
+
+FolderNames::Folder& FolderNames::Entry(const struct stat& status)
+{
+    const auto found = Known(status);
     if (found != m_folders.end()) {
         m_folders.splice(m_folders.begin(), m_folders, found);
     } else {
@@ -184,6 +204,8 @@ void FolderNames::Drain()
             Apply(event);
             at += static_cast<ssize_t>(sizeof event + event.len);
         }
+        if (static_cast<std::size_t>(got) + LargestEvent <= sizeof buffer)
+            return; // there was room for one more
     }
 }
 

@@ -35,6 +35,9 @@ public:
     // `status` is the folder's. Nothing when the folder is not kept: the caller has to read it.
     std::optional<std::string> Find(const char* folder, const struct stat& status, std::u16string_view name);
 
+    // True when the folder is kept and has no such name, in any case. Costs no reading of the folder.
+    bool IsKnownMissing(const struct stat& folder, std::u16string_view name);
+
 private:
     struct Folded {
         std::u16string_view name;
@@ -65,6 +68,7 @@ private:
     FolderNames() = default;
     void BeginAnew() noexcept;
     Folder& Entry(const struct stat& status);
+    Folders::iterator Known(const struct stat& status);
     bool Keep(Folder& folder, const char* path);
     bool Add(Folder& folder, std::string name);
     void Drop(Folder& folder) noexcept;

@@ -40,17 +40,20 @@ BOOL Checked(bool succeeded) noexcept
 // Runs a change of the file's name when no opener denies it, and holds new openers off meanwhile.
 // A file that this account may not read, a link and anything that is no file cannot be asked.
 // The change sets the last error when it fails.
-BOOL ChangeName(const Entry& entry, const std::function<BOOL()>& change)
+BOOL ChangeName(const Entry& entry, const std::function<BOOL()>& change, bool removes = false)
 {
     Fd fd;
     if (!entry.isLink && S_ISREG(entry.status.st_mode))
         fd = Fd(open(entry.host.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
     if (!fd)
         return change();
-    const OpenSerializer serializer(fd.Get());
+    OpenSerializer serializer(fd.Get());
     if (IsAccessDeniedByOthers(fd.Get(), DELETE))
         return Fail(ERROR_SHARING_VIOLATION);
-    return change();
+    const BOOL changed = change();
+    if (changed && removes)
+        serializer.Forget();
+    return changed;
 }
 
 // Where a move or a copy goes: the folder's names as found, the last name as given.
@@ -65,7 +68,7 @@ std::optional<Target> FindTarget(LPCWSTR text)
     auto path = ParsePath(text ? std::u16string_view(text) : std::u16string_view());
     if (!path)
         return std::nullopt;
-    FoundPath found = FindPath(*path);
+    FoundPath found = FindNewPath(*path);
     if (!found.parentExists || (!found.exists && !IsCreatable(*path))) {
         SetMissingError(*path, found);
         return std::nullopt;
@@ -222,7 +225,8 @@ BOOL DeleteFileW(LPCWSTR path)
     const bool readOnly = S_ISREG(entry->status.st_mode) && !entry->isLink && IsReadOnly(entry->status);
     if (folder || readOnly || entry->path.trailingSlash)
         return Fail(ERROR_ACCESS_DENIED);
-    return ChangeName(*entry, [&entry] { return Checked(unlink(entry->host.c_str()) == 0); });
+    return ChangeName(
+        *entry, [&entry] { return Checked(unlink(entry->host.c_str()) == 0); }, true);
 }
 
 BOOL MoveFileW(LPCWSTR from, LPCWSTR to)

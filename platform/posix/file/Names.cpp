@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -54,22 +53,32 @@ std::u16string NumberedName(std::u16string_view prefix, WORD number)
 }
 
 // Makes an empty file; false with ERROR_FILE_EXISTS when the name is taken. Nobody can be denied it: it is
-// closed at once.
+// not even opened.
 bool MakeEmptyFile(const std::u16string& text)
 {
     const auto path = ParsePath(text);
     if (!path)
         return false;
-    const FoundPath found = FindPath(*path);
+    const FoundPath found = FindNewPath(*path);
     if (!found.exists && (!found.parentExists || !IsCreatable(*path))) {
         SetMissingError(*path, found);
         return false;
     }
-    if (found.exists || !Fd(open(found.host.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666))) {
+    if (found.exists || mknod(found.host.c_str(), S_IFREG | 0666, 0) != 0) {
         SetLastError(found.exists ? ERROR_FILE_EXISTS : ErrorFromErrno(errno));
         return false;
     }
     return true;
+}
+
+// Sets the last error when it is none.
+bool IsFolderForNames(LPCWSTR folder)
+{
+    const auto entry = FindEntry(*folder == 0 ? u"." : folder);
+    if (entry && entry->IsFolder())
+        return true;
+    SetLastError(ERROR_DIRECTORY);
+    return false;
 }
 
 UINT DriveType(std::u16string_view root)
@@ -148,15 +157,12 @@ UINT GetTempFileNameW(LPCWSTR folder, LPCWSTR prefix, UINT unique, LPWSTR result
         SetLastError(ERROR_BUFFER_OVERFLOW);
         return 0;
     }
-    const auto entry = FindEntry(base.empty() ? u"." : folder);
-    if (!entry || !entry->IsFolder()) {
-        SetLastError(ERROR_DIRECTORY);
-        return 0;
-    }
     if (!base.empty() && !IsSeparator(base.back()))
         base += u'\\';
     const std::u16string_view letters = View(prefix).substr(0, 3);
     if (unique != 0) { // only the name is asked for
+        if (!IsFolderForNames(folder))
+            return 0;
         const std::u16string text = base + NumberedName(letters, static_cast<WORD>(unique));
         CopyPathText(text, result, MAX_PATH);
         return unique;
@@ -170,8 +176,13 @@ UINT GetTempFileNameW(LPCWSTR folder, LPCWSTR prefix, UINT unique, LPWSTR result
             CopyPathText(text, result, MAX_PATH);
             return number;
         }
-        if (GetLastError() != ERROR_FILE_EXISTS)
-            return 0;
+        const DWORD error = GetLastError();
+        if (error == ERROR_FILE_EXISTS)
+            continue;
+        // Asked only now: usually the file can be made, which tells the same.
+        if (IsFolderForNames(folder))
+            SetLastError(error);
+        return 0;
     }
     SetLastError(ERROR_FILE_EXISTS);
     return 0;

@@ -279,6 +279,19 @@ FoundPath FindPath(const FullPath& path)
     return found;
 }
 
+FoundPath FindNewPath(const FullPath& path)
+{
+    FoundPath found;
+    if (!path.names.empty()) {
+        found.host = path.ExactHostPath();
+        struct stat folder;
+        if (IsFolder(found.host.substr(0, found.host.rfind('/')), folder) &&
+            FolderNames::Instance().IsKnownMissing(folder, path.names.back()))
+            return found;
+    }
+    return FindPath(path);
+}
+
 bool IsCreatable(const FullPath& path) noexcept
 {
     if (path.names.empty() || path.drive != u'C')

@@ -65,6 +65,9 @@ struct FoundPath {
 };
 FoundPath FindPath(const FullPath& path);
 
+// The same for a path whose last name is to be made, so that it is probably missing.
+FoundPath FindNewPath(const FullPath& path);
+
 // The last error for a path whose last or earlier name is missing: ERROR_FILE_NOT_FOUND,
 // ERROR_PATH_NOT_FOUND, or ERROR_INVALID_NAME for a name that cannot exist. Returns it.
 DWORD SetMissingError(const FullPath& path, const FoundPath& found) noexcept;

@@ -35,6 +35,9 @@ public:
     OpenSerializer(const OpenSerializer&) = delete;
     OpenSerializer& operator=(const OpenSerializer&) = delete;
 
+    // Nobody opens the file any more: the lock goes with the descriptor.
+    void Forget() noexcept { m_held = false; }
+
 private:
     int m_fd;
     bool m_held;
