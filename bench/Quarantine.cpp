@@ -36,17 +36,41 @@ std::string EncodedName(std::size_t i)
     return "encoded" + std::to_string(i) + ".bin";
 }
 
-// `count` files as the scan library leaves them; what was put away before is removed.
-void MakeEncoded(const fs::path& folder, std::size_t count)
+// Files as the scan library leaves them. What was put away before stays: ext4 looks at every inode that
+// was freed within the last minutes before it takes a new one, so a round that removed the files of the
+// last one would make the next temporary file slow.
+class Encoded
 {
-    fs::remove_all(folder);
-    fs::create_directories(folder);
-    for (std::size_t i = 0; i < count; ++i) {
-        const int file = open((folder / EncodedName(i)).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
-        Require(write(file, "x", 1) == 1, "write");
-        close(file);
+public:
+    explicit Encoded(fs::path folder) : m_folder(std::move(folder)) { fs::create_directories(m_folder); }
+
+    void Make(std::size_t count)
+    {
+        m_first += m_count;
+        m_count = count;
+        for (std::size_t i = m_first; i < m_first + m_count; ++i) {
+            const int file = open((m_folder / EncodedName(i)).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+            Require(write(file, "x", 1) == 1, "write");
+            close(file);
+        }
     }
-}
+    // Calls put(number of a file) for each of the last made ones.
+    template <typename Put>
+    bench::Case Case(const char* name, Put put)
+    {
+        return {name,
+                [this, put](std::size_t count) {
+                    for (std::size_t i = m_first; i < m_first + count; ++i)
+                        put(i);
+                },
+                [this] { Make(kAppends); }};
+    }
+
+private:
+    fs::path m_folder;
+    std::size_t m_first = 0;
+    std::size_t m_count = 0;
+};
 
 void AppendBare(const fs::path& file, const QuarantineRecord& record)
 {
@@ -159,40 +183,34 @@ void BenchAppend(const fs::path& root)
     const fs::path bare = root / "bare";
     const fs::path all = root / "all";
     const fs::path lite = root / "lite";
-    fs::create_directories(lite);
+    Encoded sides[] = {Encoded(store.folder), Encoded(bare), Encoded(all), Encoded(lite)};
     Sqlite sqlite(root / "append.sqlite");
     const QuarantineRecord record = SampleRecord(0);
-    const auto each = [](auto action) {
-        return [action](std::size_t count) {
-            for (std::size_t i = 0; i < count; ++i)
-                action(i);
-        };
-    };
     bench::Title("Putting an encoded file away");
-    bench::Compare(
-        {{"quarantine store", each([&](std::size_t i) {
-              const WString name = vlt::ToWide(EncodedName(i));
-              Require(store.store.RenameEncodeFileW(name.c_str(), TEXT("C:\\folder\\bad.txt"), TEXT("Threat")) == 1,
-                      "RenameEncodeFileW");
-          }),
-          [&] { MakeEncoded(store.folder, kAppends); }},
-         {"rename, open, append, close", each([&](std::size_t i) {
-              RenameBare(bare, i);
-              AppendBare(bare / "QUADB.VDB", record);
-          }),
-          [&] { MakeEncoded(bare, kAppends); }},
-         {"same, temporary file", each([&](std::size_t i) {
-              ReserveBare(all, i);
-              RenameBare(all, i);
-              AppendBare(all / "QUADB.VDB", record);
-          }),
-          [&] { MakeEncoded(all, kAppends); }},
-         {"rename, SQLite insert", each([&](std::size_t i) {
-              RenameBare(lite, i);
-              sqlite.Insert(record);
-          }),
-          [&] { MakeEncoded(lite, kAppends); }}},
-        {1.3, 0, 1.0}, {.operations = kAppends});
+    bench::Compare({sides[0].Case("quarantine store",
+                                  [&](std::size_t i) {
+                                      const WString name = vlt::ToWide(EncodedName(i));
+                                      Require(store.store.RenameEncodeFileW(name.c_str(), TEXT("C:\\folder\\bad.txt"),
+                                                                            TEXT("Threat")) == 1,
+                                              "RenameEncodeFileW");
+                                  }),
+                    sides[1].Case("rename, open, append, close",
+                                  [&](std::size_t i) {
+                                      RenameBare(bare, i);
+                                      AppendBare(bare / "QUADB.VDB", record);
+                                  }),
+                    sides[2].Case("same, temporary file",
+                                  [&](std::size_t i) {
+                                      ReserveBare(all, i);
+                                      RenameBare(all, i);
+                                      AppendBare(all / "QUADB.VDB", record);
+                                  }),
+                    sides[3].Case("rename, SQLite insert",
+                                  [&](std::size_t i) {
+                                      RenameBare(lite, i);
+                                      sqlite.Insert(record);
+                                  })},
+                   {1.3, 0, 1.0}, {.operations = kAppends});
 }
 
 void BenchListing(const fs::path& root)
