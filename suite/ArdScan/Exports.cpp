@@ -90,6 +90,17 @@ std::int32_t Try(AsHandle handle, Body&& body) noexcept
     return With(handle, [&](CEngine& engine) { return engine.Result(body(engine)) ? 1 : 0; });
 }
 
+// What the engine makes of one file and puts into another.
+template <typename View>
+std::int32_t FromTo(AsHandle handle, AsError (CEngine::*action)(const HostPath&, const HostPath&),
+                    HostPath (*convert)(View), const typename View::value_type* from,
+                    const typename View::value_type* to) noexcept
+{
+    return Try(handle, [&](CEngine& engine) {
+        return from && to ? (engine.*action)(convert(from), convert(to)) : AS_E_ARGUMENT;
+    });
+}
+
 std::int32_t NotSupported(AsHandle handle) noexcept
 {
     return Try(handle, [](CEngine&) { return AS_E_NOT_SUPPORTED; });
@@ -379,30 +390,22 @@ AS_EXPORT std::int32_t WINAPI ASManualAction(AsHandle handle, const char* path, 
 
 AS_EXPORT std::int32_t WINAPI ASEncodeFileW(AsHandle handle, const WCHAR* source, const WCHAR* destination)
 {
-    return Try(handle, [&](CEngine& engine) {
-        return source && destination ? engine.Encode(ToHost(source), ToHost(destination)) : AS_E_ARGUMENT;
-    });
+    return FromTo(handle, &CEngine::Encode, ToHost, source, destination);
 }
 
 AS_EXPORT std::int32_t WINAPI ASEncodeFile(AsHandle handle, const char* source, const char* destination)
 {
-    return Try(handle, [&](CEngine& engine) {
-        return source && destination ? engine.Encode(ToHostNarrow(source), ToHostNarrow(destination)) : AS_E_ARGUMENT;
-    });
+    return FromTo(handle, &CEngine::Encode, ToHostNarrow, source, destination);
 }
 
 AS_EXPORT std::int32_t WINAPI ASRestoreFileW(AsHandle handle, const WCHAR* file, const WCHAR* destination)
 {
-    return Try(handle, [&](CEngine& engine) {
-        return file && destination ? engine.Restore(ToHost(file), ToHost(destination)) : AS_E_ARGUMENT;
-    });
+    return FromTo(handle, &CEngine::Restore, ToHost, file, destination);
 }
 
 AS_EXPORT std::int32_t WINAPI ASRestoreFile(AsHandle handle, const char* file, const char* destination)
 {
-    return Try(handle, [&](CEngine& engine) {
-        return file && destination ? engine.Restore(ToHostNarrow(file), ToHostNarrow(destination)) : AS_E_ARGUMENT;
-    });
+    return FromTo(handle, &CEngine::Restore, ToHostNarrow, file, destination);
 }
 
 AS_EXPORT std::int32_t WINAPI ASGetBackupFileInfoW(AsHandle handle, const WCHAR* file, AsBackupInfoW* info)

@@ -23,15 +23,6 @@ BOOL WINAPI Handle(DWORD event)
 
 } // namespace
 
-TEST(ControlHandler, OnlyWhatWasAddedCanBeRemoved)
-{
-    EXPECT_FALSE(SetConsoleCtrlHandler(Handle, FALSE));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-    EXPECT_TRUE(SetConsoleCtrlHandler(Handle, TRUE));
-    EXPECT_TRUE(SetConsoleCtrlHandler(Handle, FALSE));
-    EXPECT_FALSE(SetConsoleCtrlHandler(Handle, FALSE));
-}
-
 #ifndef _WIN32
 
 #include <csignal>

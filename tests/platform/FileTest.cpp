@@ -30,7 +30,6 @@ TEST(FileTest, DispositionsAndTheirErrors)
     EXPECT_TRUE(OpenFile(path, GENERIC_WRITE, CREATE_ALWAYS));
     EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
     EXPECT_EQ(ReadBytes(folder.HostPath("file.txt")), "");
-    EXPECT_TRUE(OpenFile(folder.PathW("new"), GENERIC_WRITE, CREATE_NEW));
     EXPECT_TRUE(OpenFile(folder.PathW("newer"), GENERIC_WRITE, CREATE_ALWAYS));
     EXPECT_EQ(GetLastError(), 0u);
 
@@ -82,8 +81,6 @@ TEST(FileTest, Attributes)
     EXPECT_EQ(GetFileAttributesA(vlt::ToNarrow(folder.PathW()).c_str()) & FILE_ATTRIBUTE_DIRECTORY,
               FILE_ATTRIBUTE_DIRECTORY);
     WriteBytes(folder.HostPath("f"), "abc");
-    EXPECT_EQ(GetFileAttributesW(path.c_str()) & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY), 0u);
-
     ASSERT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
     EXPECT_EQ(GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_READONLY, FILE_ATTRIBUTE_READONLY);
     EXPECT_TRUE(OpenFile(path, GENERIC_READ, OPEN_EXISTING));

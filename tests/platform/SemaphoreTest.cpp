@@ -41,25 +41,6 @@ TEST(Semaphore, CountsWithinItsMaximum)
         EXPECT_FAILS(CreateSemaphoreW(nullptr, initial, maximum, nullptr), ERROR_INVALID_PARAMETER);
 }
 
-TEST(Semaphore, AReleaseEndsAsManyWaits)
-{
-    const KernelHandle semaphore(CreateSemaphoreW(nullptr, 0, 10, nullptr));
-    const KernelHandle event = MakeEvent(false);
-    const Waiter single({semaphore.Get()});
-    const Waiter several({event.Get(), semaphore.Get()});
-    const Waiter more({semaphore.Get(), event.Get()});
-    EXPECT_TRUE(ReleaseSemaphore(semaphore.Get(), 2, nullptr));
-    EXPECT_TRUE(Eventually(kSoon, [&] {
-        return (single.Result(0) == 0) + (several.Result(0) == WAIT_OBJECT_0 + 1) + (more.Result(0) == 0) == 2;
-    }));
-    EXPECT_FALSE(IsSignaled(semaphore));
-    EXPECT_EQ(ReleasedFrom(semaphore, 2), 0);
-    EXPECT_EQ(single.Result(), WAIT_OBJECT_0);
-    EXPECT_EQ(several.Result(), WAIT_OBJECT_0 + 1);
-    EXPECT_EQ(more.Result(), WAIT_OBJECT_0);
-    EXPECT_TRUE(IsSignaled(semaphore));
-}
-
 TEST(Semaphore, ProcessesShareItAndAKilledWaiterTakesNothing)
 {
     const std::string name = NarrowName("Shared");

@@ -78,19 +78,9 @@ TEST(Session, SnapshotHoldsEveryProcessWithItsParentAndName)
     EXPECT_EQ(WString(other->szExeFile), self->szExeFile);
     EXPECT_GE(self->cntThreads, 1u);
 
-    const vlt::FileHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     child.Kill();
     child.Wait(kSoon);
     EXPECT_FALSE(Find(IdOf(child)));
-    PROCESSENTRY32W entry{};
-    EXPECT_FALSE(Process32FirstW(snapshot.Get(), &entry)); // its size is not set
-    entry.dwSize = sizeof entry;
-    ASSERT_TRUE(Process32FirstW(snapshot.Get(), &entry));
-    const DWORD first = entry.th32ProcessID;
-    while (Process32NextW(snapshot.Get(), &entry))
-        EXPECT_NE(entry.th32ProcessID, first);
-    EXPECT_TRUE(Process32FirstW(snapshot.Get(), &entry));
-    EXPECT_EQ(entry.th32ProcessID, first);
 }
 
 TEST(Session, ProgramForTheOwnUserRunsInTheOwnSession)
@@ -116,7 +106,6 @@ TEST(Session, ProgramForTheOwnUserRunsInTheOwnSession)
 #ifndef _WIN32 // Wine answers for any number
     EXPECT_FAILS(ProcessIdToSessionId(0x7FFFFFF0, &own), ERROR_INVALID_PARAMETER);
 #endif
-    EXPECT_FALSE(OpenProcessToken(nullptr, kTokenRights, token.Receive()));
 }
 
 #ifndef _WIN32

@@ -1,28 +1,7 @@
-// Messages, time and accounts.
-#include "platform/Unique.h"
+// Time.
 #include "tests/platform/Fails.h"
 
 #include <ctime>
-#include <string>
-#include <vector>
-
-TEST(MessageTest, KnownCodesHaveALineAndUnknownOnesNone)
-{
-    constexpr DWORD Flags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
-    constexpr DWORD Language = MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT);
-    for (const DWORD code : {2u, 5u, 1063u}) {
-        LPWSTR text = nullptr;
-        const DWORD length =
-            FormatMessageW(Flags, nullptr, code, Language, reinterpret_cast<LPWSTR>(&text), 0, nullptr);
-        const vlt::LocalMem owner(text);
-        ASSERT_GT(length, 2u) << code;
-        EXPECT_EQ(WString(text).size(), length);
-        EXPECT_EQ(WString(text).substr(length - 2), TEXT("\r\n"));
-    }
-    LPWSTR text = nullptr;
-    EXPECT_EQ(FormatMessageW(Flags, nullptr, 0x2FFFFFFF, Language, reinterpret_cast<LPWSTR>(&text), 0, nullptr), 0u);
-    EXPECT_EQ(text, nullptr);
-}
 
 TEST(ClockTest, LocalTimeIsThatOfTheStandardLibrary)
 {
@@ -68,29 +47,4 @@ TEST(ClockTest, FileTimeCountsFrom1601)
     EXPECT_EQ(parts.wDayOfWeek, 2);
     const FILETIME never{0xFFFFFFFF, 0xFFFFFFFF};
     EXPECT_FALSE(FileTimeToSystemTime(&never, &parts));
-}
-
-TEST(AccountTest, TheUserOfTheProcessHasASid)
-{
-    char name[256] = "";
-    DWORD size = sizeof name;
-    ASSERT_TRUE(GetUserNameA(name, &size));
-    EXPECT_EQ(size, std::string(name).size() + 1);
-
-    DWORD sidSize = 0;
-    DWORD domainSize = 0;
-    SID_NAME_USE use = SidTypeUnknown;
-    EXPECT_FAILS(LookupAccountNameA(nullptr, "no such account 4711", nullptr, &sidSize, nullptr, &domainSize, &use),
-                 ERROR_NONE_MAPPED);
-    EXPECT_FALSE(LookupAccountNameA(nullptr, name, nullptr, &sidSize, nullptr, &domainSize, &use));
-    ASSERT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
-    std::vector<BYTE> sid(sidSize);
-    std::string domain(domainSize, '\0');
-    ASSERT_TRUE(LookupAccountNameA(nullptr, name, sid.data(), &sidSize, domain.data(), &domainSize, &use));
-    EXPECT_EQ(use, SidTypeUser);
-    ASSERT_TRUE(IsValidSid(sid.data()));
-    const BYTE count = *GetSidSubAuthorityCount(sid.data());
-    EXPECT_EQ(sidSize, 8u + 4u * count) << "as much as the sub-authorities need";
-    EXPECT_NE(GetSidIdentifierAuthority(sid.data())->Value[5], 0);
-    EXPECT_EQ(reinterpret_cast<BYTE*>(GetSidSubAuthority(sid.data(), count - 1u)), sid.data() + sidSize - 4);
 }

@@ -9,9 +9,9 @@ namespace
 constexpr LONGLONG kMillisecond = 10000;
 constexpr LONGLONG kFar = -1000000 * kMillisecond;
 
-KernelHandle Create(bool manualReset, const char* name = "")
+KernelHandle Create(bool manualReset)
 {
-    return KernelHandle(CreateWaitableTimerW(nullptr, manualReset, *name ? ObjectName(name).c_str() : nullptr));
+    return KernelHandle(CreateWaitableTimerW(nullptr, manualReset, nullptr));
 }
 
 bool Set(const KernelHandle& timer, LONGLONG due, LONG period = 0)
@@ -34,13 +34,6 @@ LONGLONG Today()
 }
 
 } // namespace
-
-VLT_CHILD(timer_waiter)
-{
-    const KernelHandle timer(OpenWaitableTimerW(SYNCHRONIZE, FALSE, vlt::ToWide(args[0], CP_UTF8).c_str()));
-    std::puts("ready");
-    return static_cast<int>(Await(timer));
-}
 
 TEST(Timer, BecomesDueAtItsTime)
 {
@@ -91,16 +84,9 @@ TEST(Timer, PeriodsRepeatAndMissedOnesAreOne)
     EXPECT_GE(taken, 1);
     EXPECT_LT(taken, 15); // one, and those of this loop on a slow machine
     // Cancelling takes no signal back.
-    ASSERT_TRUE(Set(timer, 0, 1));
-    EXPECT_EQ(Await(timer), WAIT_OBJECT_0);
-    const KernelHandle once = Create(false);
-    ASSERT_TRUE(Set(once, 0));
-    const HANDLE handles[] = {timer.Get(), once.Get()};
-    ASSERT_TRUE(CancelWaitableTimer(once.Get()));
-    ASSERT_TRUE(CancelWaitableTimer(timer.Get()));
-    Await(timer, 0);
-    EXPECT_EQ(WaitForMultipleObjects(2, handles, FALSE, kSoon), WAIT_OBJECT_0 + 1);
-    EXPECT_EQ(WaitForMultipleObjects(2, handles, FALSE, 20), WAIT_TIMEOUT);
+    ASSERT_TRUE(Set(cancelled, 0));
+    ASSERT_TRUE(CancelWaitableTimer(cancelled.Get()));
+    EXPECT_EQ(Await(cancelled), WAIT_OBJECT_0);
 }
 
 TEST(Timer, ASleeperFollowsItsNewTimes)
@@ -114,24 +100,4 @@ TEST(Timer, ASleeperFollowsItsNewTimes)
     EXPECT_EQ(single.Result(), WAIT_OBJECT_0);
     EXPECT_EQ(several.Result(), WAIT_OBJECT_0 + 1);
     ASSERT_TRUE(CancelWaitableTimer(timer.Get()));
-    const KernelHandle none = Create(true);
-    const Waiter later({none.Get()});
-    ASSERT_TRUE(Set(none, 0));
-    EXPECT_EQ(later.Result(), WAIT_OBJECT_0);
-}
-
-TEST(Timer, ProcessesShareIt)
-{
-    const KernelHandle timer = Create(true, "Shared");
-    const KernelHandle again = Create(false, "Shared");
-    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-    const KernelHandle waitOnly(OpenWaitableTimerW(SYNCHRONIZE, FALSE, ObjectName("Shared").c_str()));
-    EXPECT_FAILS(Set(waitOnly, 0), ERROR_ACCESS_DENIED);
-    Child first("timer_waiter", {NarrowName("Shared")});
-    Child second("timer_waiter", {NarrowName("Shared")});
-    ASSERT_EQ(first.ReadLine() + second.ReadLine(), "readyready");
-    ASSERT_TRUE(Set(again, -20 * kMillisecond));
-    EXPECT_EQ(first.Wait(kSoon), 0);
-    EXPECT_EQ(second.Wait(kSoon), 0);
-    EXPECT_EQ(Await(timer, 0), WAIT_OBJECT_0);
 }

@@ -78,25 +78,15 @@ TEST(Wait, ClosingTheHandleNeitherEndsNorFailsTheWait)
 
 TEST(Wait, BadArgumentsFailWithTheirCodes)
 {
-    const KernelHandle event = MakeEvent(true, true);
+    const KernelHandle event = MakeEvent(false, true);
     std::array<HANDLE, 65> handles{};
     handles.fill(event.Get());
-    const auto failure = [&](DWORD count) {
-        SetLastError(0);
-        EXPECT_EQ(WaitForMultipleObjects(count, handles.data(), FALSE, 0), WAIT_FAILED);
-        return GetLastError();
-    };
-    EXPECT_EQ(failure(0), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(failure(65), ERROR_INVALID_PARAMETER);
+    EXPECT_FAILS(WaitForMultipleObjects(65, handles.data(), FALSE, 0) != WAIT_FAILED, ERROR_INVALID_PARAMETER);
+    EXPECT_FAILS(WaitForMultipleObjects(0, handles.data(), FALSE, 0) != WAIT_FAILED, ERROR_INVALID_PARAMETER);
     // One bad handle fails the whole wait, although an earlier object is signalled.
     handles[2] = nullptr;
-    EXPECT_EQ(failure(3), ERROR_INVALID_HANDLE);
+    EXPECT_FAILS(WaitForMultipleObjects(3, handles.data(), FALSE, 0) != WAIT_FAILED, ERROR_INVALID_HANDLE);
     EXPECT_TRUE(IsSignaled(event));
-#ifndef _WIN32
-    handles[2] = event.Get();
-    EXPECT_EQ(WaitForMultipleObjects(3, handles.data(), TRUE, 0), WAIT_FAILED);
-    EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
-#endif
 }
 
 TEST(Wait, EventsThreadsAndProcessesMix)

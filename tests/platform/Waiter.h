@@ -96,7 +96,7 @@ public:
               return 0u;
           })
     {
-        m_exact = m_thread.AwaitAsleep();
+        m_thread.AwaitAsleep();
     }
 
     // The wait's result; WAIT_IO_COMPLETION, which no wait here gives, while it lasts.
@@ -104,31 +104,12 @@ public:
     {
         return m_thread.HasEnded(milliseconds) ? m_result.load() : WAIT_IO_COMPLETION;
     }
-    // The wait had certainly begun when the object was made.
-    bool Exact() const { return m_exact; }
 
 private:
     std::vector<HANDLE> m_handles;
     std::atomic<DWORD> m_result{WAIT_FAILED};
     TestThread m_thread;
-    bool m_exact = false;
 };
-
-// Pulses the event until the waiter has what it waited for: exactly once where the host can tell that
-// it waits.
-inline DWORD PulseTo(HANDLE event, const Waiter& waiter)
-{
-    DWORD result = WAIT_IO_COMPLETION;
-    PulseEvent(event);
-    if (waiter.Exact())
-        return waiter.Result();
-    Eventually(kSoon, [&] {
-        PulseEvent(event);
-        result = waiter.Result(10);
-        return result != WAIT_IO_COMPLETION;
-    });
-    return result;
-}
 
 // What a child does last: it stays until its input ends, or it is killed.
 inline int StayUntilInputEnds()

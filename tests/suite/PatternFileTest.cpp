@@ -66,32 +66,6 @@ TEST(PatternFile, HostileEntriesDoNoHarm)
     EXPECT_GT(accepted, 0); // the entries were reached
 }
 
-TEST(PatternFolder, TheNewestUsableFileIsTaken)
-{
-    const TempFolder folder;
-    EXPECT_FALSE(LoadSet(folder.HostPath(), AS_RELOAD_ALL, nullptr).set);
-    Put(folder, "ptf$qrv.003", Compiled("version 300\nhex Old 41424344\n"));
-    Put(folder, "ptf$qrv.001", Compiled("version 1001\nhex New 41424344\nhex Newer 45464748\n")); // 1001 > 300
-    Put(folder, "rb_ptf$qrv.009", Compiled("version 9000\nhex Back 41424344\n"));
-    LoadedSet loaded = LoadSet(folder.HostPath(), AS_RELOAD_ALL, nullptr);
-    ASSERT_TRUE(loaded.set);
-    EXPECT_FALSE(loaded.broken);
-    EXPECT_EQ(loaded.set->VirusVersion(), 1001u);
-
-    auto broken = Compiled("version 2000\nhex Bad 41424344\n");
-    broken.back() ^= 1;
-    Put(folder, "ptf$qrv.020", broken);
-    loaded = LoadSet(folder.HostPath(), AS_RELOAD_ALL, loaded.set.get());
-    ASSERT_TRUE(loaded.set);
-    EXPECT_TRUE(loaded.broken);
-    EXPECT_EQ(loaded.set->VirusVersion(), 1001u);
-    EXPECT_EQ(loaded.set->Generation(), 1u);
-
-    // A file of another kind under the name of this one.
-    Put(folder, "ptf$spy.001", Compiled("version 5000\nhex Wrong 41424344\n"));
-    EXPECT_TRUE(LoadSet(folder.HostPath(), AS_RELOAD_SPYWARE, loaded.set.get()).broken);
-}
-
 TEST(PatternSet, AGenerationGoesWithItsLastScan)
 {
     const TempFolder folder;

@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
 #include <regex>
 
@@ -47,7 +46,6 @@ TEST(ProgramFiles, VersionsAreWrittenInTheProductsForm)
 {
     EXPECT_EQ(vlt::EngineInfoText(8.5), TEXT("8.500"));
     EXPECT_EQ(vlt::EngineInfoText(0.0626), TEXT(".063"));
-    EXPECT_EQ(vlt::EngineInfoText(-1e300).size(), 305u);
     for (const auto& [minor, expected] : {std::pair{0u, 0u}, {9u, 900u}, {10u, 100u}, {99u, 990u}, {100u, 100u}})
         EXPECT_EQ(vlt::NormalisedMinor(minor), expected);
 }

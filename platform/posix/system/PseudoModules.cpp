@@ -28,26 +28,25 @@ BOOL RevertRedirection(void*)
 constexpr char16_t kWow64Folder[] = u"C:\\Windows\\SysWOW64";
 
 // The length without the terminator, or the size needed with it.
-UINT Wow64FolderW(LPWSTR buffer, UINT size)
+template <typename Char>
+UINT CopyText(std::basic_string_view<Char> text, Char* buffer, UINT size)
 {
-    const std::u16string_view folder(kWow64Folder);
-    const auto length = static_cast<UINT>(folder.size());
+    const auto length = static_cast<UINT>(text.size());
     if (!buffer || size <= length)
         return length + 1;
-    folder.copy(buffer, length);
+    text.copy(buffer, length);
     buffer[length] = 0;
     return length;
 }
 
+UINT Wow64FolderW(LPWSTR buffer, UINT size)
+{
+    return CopyText(std::u16string_view(kWow64Folder), buffer, size);
+}
+
 UINT Wow64FolderA(LPSTR buffer, UINT size)
 {
-    const std::string folder = Utf8FromUtf16(kWow64Folder);
-    const auto length = static_cast<UINT>(folder.size());
-    if (!buffer || size <= length)
-        return length + 1;
-    folder.copy(buffer, length);
-    buffer[length] = 0;
-    return length;
+    return CopyText(std::string_view(Utf8FromUtf16(kWow64Folder)), buffer, size);
 }
 
 // No file is enciphered by the file system's own means.

@@ -38,7 +38,10 @@
 #define DRIVE_REMOVABLE 2u
 #define DRIVE_FIXED 3u
 
-struct WIN32_FIND_DATAW {
+namespace vlt
+{
+template <typename Char>
+struct FindData {
     DWORD dwFileAttributes;
     FILETIME ftCreationTime;
     FILETIME ftLastAccessTime;
@@ -47,23 +50,14 @@ struct WIN32_FIND_DATAW {
     DWORD nFileSizeLow;
     DWORD dwReserved0;
     DWORD dwReserved1;
-    WCHAR cFileName[MAX_PATH];
-    WCHAR cAlternateFileName[14];
+    Char cFileName[MAX_PATH];
+    Char cAlternateFileName[14];
 };
-using LPWIN32_FIND_DATAW = WIN32_FIND_DATAW*;
+} // namespace vlt
 
-struct WIN32_FIND_DATAA {
-    DWORD dwFileAttributes;
-    FILETIME ftCreationTime;
-    FILETIME ftLastAccessTime;
-    FILETIME ftLastWriteTime;
-    DWORD nFileSizeHigh;
-    DWORD nFileSizeLow;
-    DWORD dwReserved0;
-    DWORD dwReserved1;
-    CHAR cFileName[MAX_PATH];
-    CHAR cAlternateFileName[14];
-};
+using WIN32_FIND_DATAW = vlt::FindData<WCHAR>;
+using LPWIN32_FIND_DATAW = WIN32_FIND_DATAW*;
+using WIN32_FIND_DATAA = vlt::FindData<CHAR>;
 using LPWIN32_FIND_DATAA = WIN32_FIND_DATAA*;
 
 VLT_API HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD disposition,

@@ -1,4 +1,5 @@
 #include "suite/ArdScan/posix/FanotifyWorker.h"
+#include "suite/ArdScan/posix/Marks.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -90,14 +91,12 @@ std::int64_t CFanotifyGroup::Now()
 
 bool CFanotifyGroup::MarkFolder(const char* folder)
 {
-    return fanotify_mark(m_fan.Get(), FAN_MARK_ADD | FAN_MARK_ONLYDIR | FAN_MARK_DONT_FOLLOW,
-                         m_permissions | FAN_EVENT_ON_CHILD, AT_FDCWD, folder) == 0;
+    return AddFolderMark(m_fan.Get(), m_permissions, folder);
 }
 
 bool CFanotifyGroup::MarkWhole(const char* root, MountPolicy policy)
 {
-    const unsigned kind = policy == MountPolicy::WholeFileSystem ? FAN_MARK_FILESYSTEM : FAN_MARK_MOUNT;
-    return fanotify_mark(m_fan.Get(), FAN_MARK_ADD | kind, m_permissions, AT_FDCWD, root) == 0;
+    return AddWholeMark(m_fan.Get(), m_permissions, root, policy);
 }
 
 void CFanotifyGroup::Forget(int file)

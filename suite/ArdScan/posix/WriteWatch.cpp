@@ -1,5 +1,6 @@
 #include "suite/ArdScan/posix/WriteWatch.h"
 
+#include "suite/ArdScan/posix/Marks.h"
 #include "suite/ArdScan/posix/OpenFile.h"
 
 #include <array>
@@ -33,14 +34,12 @@ CWriteWatch::~CWriteWatch()
 
 bool CWriteWatch::MarkFolder(const char* folder)
 {
-    return fanotify_mark(m_fan.Get(), FAN_MARK_ADD | FAN_MARK_ONLYDIR | FAN_MARK_DONT_FOLLOW,
-                         FAN_CLOSE_WRITE | FAN_EVENT_ON_CHILD, AT_FDCWD, folder) == 0;
+    return AddFolderMark(m_fan.Get(), FAN_CLOSE_WRITE, folder);
 }
 
 bool CWriteWatch::MarkWhole(const char* root, MountPolicy policy)
 {
-    const unsigned kind = policy == MountPolicy::WholeFileSystem ? FAN_MARK_FILESYSTEM : FAN_MARK_MOUNT;
-    return fanotify_mark(m_fan.Get(), FAN_MARK_ADD | kind, FAN_CLOSE_WRITE, AT_FDCWD, root) == 0;
+    return AddWholeMark(m_fan.Get(), FAN_CLOSE_WRITE, root, policy);
 }
 
 void CWriteWatch::Run()

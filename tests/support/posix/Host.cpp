@@ -2,9 +2,8 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <dirent.h>
 #include <execinfo.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -71,18 +70,6 @@ void DumpThisThread(int)
     backtrace_symbols_fd(frames, count, STDERR_FILENO);
     sem_post(&g_dumped);
     errno = error;
-}
-
-std::string ThreadName(const std::string& task)
-{
-    char name[32] = "?";
-    const int fd = open(("/proc/self/task/" + task + "/comm").c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd >= 0) {
-        const ssize_t count = read(fd, name, sizeof name - 1);
-        name[count > 0 ? count - 1 : 0] = '\0';
-        close(fd);
-    }
-    return name;
 }
 
 } // namespace
@@ -155,15 +142,11 @@ void DumpStacks()
     void* warmUp[1];
     backtrace(warmUp, 1); // loads its library now, not in the handler
 
-    DIR* tasks = opendir("/proc/self/task");
-    while (const dirent* entry = tasks ? readdir(tasks) : nullptr) {
-        const std::string task = entry->d_name;
-        const pid_t id = static_cast<pid_t>(std::atoi(entry->d_name));
-        if (id == 0 || id == gettid())
+    for (const auto& task : fs::directory_iterator("/proc/self/task")) {
+        const pid_t id = std::stoi(task.path().filename());
+        if (id == gettid())
             continue;
-        const std::string head = "--- thread " + task + " (" + ThreadName(task) + ")\n";
-        if (write(STDERR_FILENO, head.data(), head.size()) < 0)
-            return;
+        dprintf(STDERR_FILENO, "--- thread %d\n", id);
         syscall(SYS_tgkill, getpid(), id, SIGURG);
         timespec limit{};
         clock_gettime(CLOCK_REALTIME, &limit);
@@ -171,8 +154,6 @@ void DumpStacks()
         while (sem_timedwait(&g_dumped, &limit) != 0 && errno == EINTR) {
         }
     }
-    if (tasks)
-        closedir(tasks);
 }
 
 void Exit(int code)
