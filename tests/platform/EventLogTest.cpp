@@ -24,7 +24,7 @@ BOOL Write(HANDLE source, WORD type, DWORD id, std::vector<const WCHAR*> texts)
 #ifndef _WIN32
 std::filesystem::path LogFile(const char* name = "application.jsonl")
 {
-    return std::filesystem::path(posix::MachineFolder("eventlog")) / name;
+    return posix::MachineFolder("eventlog") + '/' + name;
 }
 
 std::vector<std::string> Lines(const std::string& bytes = ReadBytes(LogFile()))
