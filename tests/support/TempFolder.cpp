@@ -54,7 +54,10 @@ fs::path ProgramFolder()
 
 fs::path ProductFolder()
 {
-    return ProgramFolder().parent_path().parent_path() / "bin";
+    fs::path folder = ProgramFolder(); // tests/bin, or below it
+    while (folder.filename() != "tests" && folder.has_relative_path())
+        folder = folder.parent_path();
+    return folder.parent_path() / "bin";
 }
 
 void WriteBytes(const fs::path& file, std::string_view bytes)

@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <set>
-#include <thread>
 
 using namespace vlt;
 using namespace vlt::test;
@@ -247,38 +245,6 @@ TEST(Quarantine, StartTakesBackWhatARewriteLeft)
         EXPECT_EQ(given.after, ReadBytes(folder.HostPath("QUADB.VDB")));
         EXPECT_EQ(given.scratchStays, std::filesystem::exists(folder.HostPath("$VB$.$$$")));
     }
-}
-
-TEST(Quarantine, ManyThreadsLoseNothing)
-{
-    QuarantineStore test;
-    constexpr int threads = 16;
-#ifdef _WIN32
-    constexpr int each = 25; // Wine takes its time
-#else
-    constexpr int each = 125;
-#endif
-    for (int i = 0; i < threads * each; ++i)
-        WriteBytes(test.File(std::to_string(i) + ".bin"), std::to_string(i));
-    std::vector<std::jthread> workers;
-    std::atomic<int> done{0};
-    for (int t = 0; t < threads; ++t)
-        workers.emplace_back([&, t] {
-            for (int i = 0; i < each; ++i) {
-                const WString number = ToWide(std::to_string(t * each + i));
-                done += test.store.RenameEncodeFileW((number + TEXT(".bin")).c_str(), (TEXT("C:\\") + number).c_str(),
-                                                     TEXT("T"));
-            }
-        });
-    workers.clear();
-    EXPECT_EQ(threads * each, done);
-    std::set<std::string> sources;
-    for (const QuarantineRecord& record : test.Records()) {
-        const std::string source = ToNarrow(FieldText(record.sourceName));
-        EXPECT_EQ(source, ReadBytes(test.File(Name(record))));
-        sources.insert(source);
-    }
-    EXPECT_EQ(static_cast<std::size_t>(threads * each), sources.size());
 }
 
 TEST(Quarantine, AFileGoesInEncodedAndComesBackIdentical)
