@@ -118,8 +118,9 @@ void CStatus::Run()
 std::string CStatus::Text() const
 {
     const std::lock_guard lock(m_lock);
-    std::string text =
-        "{\n  \"mode\": " + Quoted(m_mode) + ",\n  \"reason\": " + Quoted(m_reason) + ",\n  \"folders\": [";
+    std::string text = "{\n  \"processId\": " + std::to_string(GetCurrentProcessId()) +
+                       ",\n  \"mode\": " + Quoted(m_mode) + ",\n  \"reason\": " + Quoted(m_reason) +
+                       ",\n  \"folders\": [";
     for (std::size_t i = 0; i < m_folders.size(); ++i)
         text += (i ? ", " : "") + Quoted(m_folders[i]);
     text += "]";

@@ -62,7 +62,7 @@ void NotifyReceiver::Connect()
     KernelHandle read = ShareEvent(ChannelName(m_channel, kNotifyReadSuffix), false);
     if (!list.Holds(m_name) && list.Register(m_name) == 0)
         throw std::runtime_error(
-            Format("all %u slots for receivers are taken; vlctl watch --list shows by whom", kNotifySlotCount));
+            Format("all %u slots for receivers are taken; vlctl receivers list shows by whom", kNotifySlotCount));
     m_list = std::move(list);
     m_notify = std::move(notify);
     m_sent = std::move(sent);

@@ -101,7 +101,7 @@ TEST_F(PatternCommand, PlaysTheUpdater)
 {
     Make("ptf$qrv.002", New);
     Make("spy", "kind spyware\nversion 700\ntext S adware \"<<spy>>\"\n");
-    EXPECT_EQ(Patterns({"reload"}).exit, 1); // nobody listens
+    EXPECT_EQ(Patterns({"reload"}).exit, 69); // nobody listens
     ASSERT_TRUE(service.Start());
     ASSERT_TRUE(service.Reaches(SERVICE_RUNNING));
 

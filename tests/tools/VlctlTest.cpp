@@ -9,6 +9,8 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <map>
+#include <set>
 
 using namespace vlt::test;
 using nlohmann::json;
@@ -127,13 +129,26 @@ TEST(Vlctl, SettingsFollowTheServicesRules)
     // A value that the service will not take is shown as such, with what it uses instead.
     EXPECT_EQ(Vlctl({"registry", "set", "Software/Veltrano/Ardentis/15/RealTimeScan", "Spyware", "1"}).exit, 0);
     const json list = VlctlJson({"settings", "list", "--json"});
-    EXPECT_EQ(list["IOScanE"]["value"], "0");
-    EXPECT_EQ(list["IOScanE"]["from"], "set");
-    EXPECT_EQ(list["Action"]["value"], "7");
-    EXPECT_EQ(list["Spyware"]["value"], "0");
-    EXPECT_EQ(list["Spyware"]["from"], "invalid");
-    EXPECT_EQ(list["ZipScan"]["from"], "default");
+    EXPECT_EQ(list["schema"], 1);
+    EXPECT_EQ(list["settings"].size(), vlt::kRealTimeSettings.size());
+    std::map<std::string, std::string> read;
+    for (const json& each : list["settings"])
+        read[each["name"]] = each["value"].get<std::string>() + ' ' + each["from"].get<std::string>();
+    EXPECT_EQ(read["IOScanE"], "0 set");
+    EXPECT_EQ(read["Action"], "7 set");
+    EXPECT_EQ(read["Spyware"], "0 invalid");
+    EXPECT_EQ(read["ZipScan"], "1 default");
+    EXPECT_EQ(Vlctl({"settings", "set", "Action", "8"}).exit, 64);
+    EXPECT_EQ(Vlctl({"settings", "get", "action"}).output, "7\n");
+    const Result diff = Vlctl({"settings", "diff", "--json"});
+    EXPECT_EQ(diff.exit, 1);
+    std::set<std::string> differing;
+    const json difference = json::parse(diff.output, nullptr, false);
+    for (const json& each : difference["settings"])
+        differing.insert(each["name"]);
+    EXPECT_EQ(differing, (std::set<std::string>{"Action", "FileTypeList", "IOScanE", "Spyware"}));
     EXPECT_EQ(Vlctl({"registry", "delete", "Software/Veltrano/Ardentis/15/RealTimeScan"}).exit, 0);
+    EXPECT_EQ(Vlctl({"settings", "diff"}).exit, 0);
 }
 
 TEST(Vlctl, LogShowsHostileNamesHarmlesslyAndFollows)

@@ -54,11 +54,11 @@ Child VlctlOfAnother(const std::vector<std::string>& arguments)
 // What vlctl says of who is registered.
 std::vector<json> Registered()
 {
-    Child child = Vlctl({"watch", "--list", "--json"});
-    std::vector<json> entries;
+    Child child = Vlctl({"receivers", "list", "--json"});
+    std::string text;
     for (std::string line = child.ReadLine(); !line.empty(); line = child.ReadLine())
-        entries.push_back(json::parse(line, nullptr, false));
-    return entries;
+        text += line;
+    return json::parse(text, nullptr, false).value("receivers", std::vector<json>());
 }
 
 bool Watch(std::size_t count)
@@ -246,7 +246,7 @@ TEST(Watch, AHostileListAndHostileMessagesDoNoHarm)
     EXPECT_EQ(shown["file"], std::string(260, '\n'));
     EXPECT_EQ(shown["secondAction"], 0xFFFFFFFFu);
     EXPECT_EQ(shown["denied"], 0xFFFFFFFFu);
-    EXPECT_EQ(shown.size(), 14u);
+    EXPECT_EQ(shown.size(), 15u);
     EXPECT_EQ(watcher.Wait(kDeadline), 0);
     EXPECT_EQ(vlt::FieldText(hostile.list->slot[0]), "empty");
 
@@ -268,19 +268,19 @@ TEST(Watch, AHostileListAndHostileMessagesDoNoHarm)
 TEST(Exclude, RequestsAreServedOneAfterAnotherAndOutliveAKilledRequester)
 {
     Installation service;
-    EXPECT_EQ(ExitOf({"exclude", "4000"}), 1);
-    EXPECT_EQ(ExitOf({"exclude", "0"}), 64);
+    EXPECT_EQ(ExitOf({"process", "exclude", "4000"}), 69);
+    EXPECT_EQ(ExitOf({"process", "exclude", "0"}), 64);
     service.Instruct("ASAddRemoveExceptionProcess", "hold", "1");
     ASSERT_TRUE(service.Start());
     ASSERT_TRUE(service.Reaches(SERVICE_RUNNING));
-    Child killed = Vlctl({"exclude", "4001"});
+    Child killed = Vlctl({"process", "exclude", "4001"});
     ASSERT_TRUE(Eventually(kDeadline, [&] { return service.Calls("ASAddRemoveExceptionProcess").size() == 1; }));
-    Child waiting = Vlctl({"include", "4002", "--timeout", "60"});
-    EXPECT_EQ(ExitOf({"exclude", "4003", "--timeout", "1"}), 2);
+    Child waiting = Vlctl({"process", "include", "4002", "--timeout", "60"});
+    EXPECT_EQ(ExitOf({"process", "exclude", "4003", "--timeout", "1"}), 2);
     killed.Kill();
     WriteBytes(service.File("ASAddRemoveExceptionProcess.go"), "");
     EXPECT_EQ(waiting.Wait(60000), 0);
-    EXPECT_EQ(ExitOf({"exclude", "4294967295"}), 0);
+    EXPECT_EQ(ExitOf({"process", "exclude", "4294967295"}), 0);
     std::vector<std::string> calls;
     for (const Record& call : service.Calls("ASAddRemoveExceptionProcess"))
         calls.push_back(call["processId"] + ' ' + call["add"]);

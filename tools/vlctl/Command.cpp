@@ -5,6 +5,7 @@
 
 namespace vlt::ctl
 {
+
 Exit ExitFor(DWORD systemError)
 {
     switch (systemError) {
@@ -17,6 +18,32 @@ Exit ExitFor(DWORD systemError)
     default:
         return ExitFailed;
     }
+}
+
+namespace
+{
+
+const char* UsualAdvice(Exit code)
+{
+    switch (code) {
+    case ExitUsage:
+        return "see the command's --help";
+    case ExitNoService:
+        return "vlctl service install registers the service, vlctl service start starts it";
+    case ExitNoPermission:
+        return "try again as root, on Windows as an administrator";
+    case ExitFailed:
+        return "vlctl doctor looks for the cause";
+    default:
+        return "";
+    }
+}
+
+} // namespace
+
+CommandError::CommandError(Exit code, const std::string& message, std::string advice)
+    : std::runtime_error(message), m_code(code), m_advice(advice.empty() ? UsualAdvice(code) : std::move(advice))
+{
 }
 
 void FailWith(DWORD systemError, const std::string& what)

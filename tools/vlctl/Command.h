@@ -2,34 +2,40 @@
 #pragma once
 
 #include "suite/Channel/Text.h"
+#include "tools/vlctl/CommandLine.h"
 
-#include <CLI/CLI.hpp>
-
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace vlt::ctl
 {
 
 // Scripts depend on these numbers. From 64 on they are those of sysexits.
 enum Exit : int {
-    ExitDone = 0,
-    ExitNo = 1,         // the answer is no: not running, no such value, no log for that day
+    ExitDone = 0,       // done, or nothing found
+    ExitNo = 1,         // the answer is no, or something was found: no such value, a problem, a difference
     ExitFailed = 2,     // the system refused; the message has its code
+    ExitNotRunning = 3, // of `status` alone: the service does not run
     ExitUsage = 64,     // the command line is not understood
-    ExitNoService = 69, // the service is not installed, or its manager cannot be reached
+    ExitNoService = 69, // the service is not installed or does not listen, or its manager cannot be reached
     ExitNoPermission = 77,
 };
 
-// Ends the command with a message on standard error.
+// Ends the command with a message on standard error, and what to do about it. Without advice of its own
+// it gets the one that fits its exit code.
 class CommandError : public std::runtime_error
 {
 public:
-    CommandError(Exit code, const std::string& message) : std::runtime_error(message), m_code(code) {}
+    CommandError(Exit code, const std::string& message, std::string advice = {});
     Exit Code() const noexcept { return m_code; }
+    const std::string& Advice() const noexcept { return m_advice; }
 
 private:
     Exit m_code;
+    std::string m_advice;
 };
 
 // The exit code for a system error code.
@@ -49,19 +55,24 @@ struct Run {
 constexpr WCHAR ServiceName[] = TEXT("Vlntsrv");
 constexpr WCHAR DisplayName[] = TEXT("Veltrano Realtime Service");
 
+void AddStatusCommand(CLI::App& app, Run& run);
+void AddDoctorCommand(CLI::App& app, Run& run);
+void AddSelftestCommand(CLI::App& app, Run& run);
 void AddServiceCommands(CLI::App& app, Run& run);
 void AddRegistryCommands(CLI::App& app, Run& run);
 void AddSettingsCommands(CLI::App& app, Run& run);
+void AddExclusionCommands(CLI::App& app, Run& run);
 void AddLogCommand(CLI::App& app, Run& run);
-void AddWatchCommand(CLI::App& app, Run& run);
-void AddExcludeCommands(CLI::App& app);
+void AddWatchCommands(CLI::App& app, Run& run);
+void AddProcessCommands(CLI::App& app);
 void AddEventCommands(CLI::App& app);
 void AddQuarantineCommands(CLI::App& app, Run& run);
 void AddPatternCommands(CLI::App& app, Run& run);
 void AddManualCommand(CLI::App& app);
 void AddSecurityCentreCommand(CLI::App& app, Run& run);
 
-// The path of the installed service's program, as it was registered. Throws when it is not installed.
+// The path of the installed service's program, as it was registered but without quotes. Throws when it is
+// not installed.
 WString InstalledProgram();
 
 // A path cut after its last backslash or slash; empty when it has neither.

@@ -16,7 +16,7 @@ struct Settings {
     std::string name;
     bool local = false;
     bool create = false;
-    DWORD milliseconds = INFINITE;
+    std::uint32_t milliseconds = INFINITE;
 };
 
 WString FullName(const Settings& settings)
@@ -30,9 +30,9 @@ WString FullName(const Settings& settings)
 {
     switch (error) {
     case ERROR_FILE_NOT_FOUND:
-        throw CommandError(ExitNo, name + ": no such event; start the program that listens for it, or use --create");
+        throw CommandError(ExitNo, name + ": no such event", "start the program that listens for it, or use --create");
     case ERROR_INVALID_HANDLE:
-        throw CommandError(ExitFailed, name + ": the name of something that is no event");
+        throw CommandError(ExitFailed, name + ": the name of something that is no event", "use another name");
     case ERROR_PATH_NOT_FOUND:
     case ERROR_INVALID_NAME:
         throw CommandError(ExitUsage, name + ": a backslash may only end Global or Local at the start of a name");
@@ -52,11 +52,12 @@ KernelHandle OpenNamed(const Settings& settings, const WString& name, DWORD acce
     return ShareEvent(name, true);
 }
 
-void Change(const Settings& settings, BOOL(WINAPI* operation)(HANDLE))
+template <BOOL(WINAPI* Operation)(HANDLE)>
+void Change(const Settings& settings)
 {
     const WString name = FullName(settings);
     const KernelHandle event = OpenNamed(settings, name, EVENT_MODIFY_STATE);
-    if (!operation(event.Get()))
+    if (!Operation(event.Get()))
         FailWith(GetLastError(), Printable(name));
 }
 
@@ -66,7 +67,8 @@ void Wait(const Settings& settings)
     const KernelHandle event = OpenNamed(settings, name, SYNCHRONIZE);
     const DWORD result = WaitForSingleObject(event.Get(), settings.milliseconds);
     if (result == WAIT_TIMEOUT)
-        throw CommandError(ExitNo, Format("%s: not signalled within %u ms", Printable(name), settings.milliseconds));
+        throw CommandError(ExitNo, Format("%s: not signalled within %u ms", Printable(name), settings.milliseconds),
+                           "wait longer with --timeout");
     if (result != WAIT_OBJECT_0)
         FailWith(GetLastError(), Printable(name));
     Print(Printable(name) + ": signalled\n");
@@ -76,35 +78,26 @@ void Wait(const Settings& settings)
 
 void AddEventCommands(CLI::App& app)
 {
-    CLI::App* const event = app.add_subcommand("event", "Signal a named event of the suite, or wait for one");
-    event->require_subcommand(1);
-    event->footer(
-        "1 when there is no such event, or not within the time. A pulse or a wait without --create shows that "
-        "somebody has the event, not that he was listening.");
-    const auto add = [event](const char* name, const char* description) {
-        auto settings = std::make_shared<Settings>();
-        CLI::App* const command = event->add_subcommand(name, description);
-        command
-            ->add_option("NAME", settings->name, "Name; Global\\ is put before it unless it begins so or with Local\\")
-            ->required()
-            ->check([](const std::string& text) { return text.empty() ? "the name is empty" : std::string(); });
-        command->add_flag("--local", settings->local, "Take the name as it is: in this session, when it has no prefix");
-        command->add_flag("--create", settings->create,
-                          "When there is none, make it: manual-reset, open to every account, gone with this command "
-                          "unless another program has opened it");
-        return std::pair(command, settings);
+    const Word noun = Word(app).Noun("event", "Signal a named event of the suite, or wait for one");
+    noun.Footer("1 when there is no such event, or not within the time. A pulse or a wait without --create shows that "
+                "somebody has the event, not that he was listening.");
+    const auto add = [&noun](const char* name, const char* meaning, void (*action)(const Settings&)) {
+        const auto kept = std::make_shared<Settings>();
+        const Word verb = noun.Verb(name, meaning, [kept, action] { action(*kept); });
+        verb.CheckedText("NAME", kept->name, "Name; Global\\ is put before it unless it begins so or with Local\\",
+                         [](const std::string& text) { return text.empty() ? "the name is empty" : std::string(); });
+        verb.Flag("--local", kept->local, "Take the name as it is: in this session, when it has no prefix");
+        verb.Flag("--create", kept->create,
+                  "When there is none, make it: manual-reset, open to every account, gone with this command unless "
+                  "another program has opened it");
+        return std::pair(verb, kept);
     };
-    const auto addChange = [&add](const char* name, const char* description, BOOL(WINAPI * operation)(HANDLE)) {
-        const auto [command, settings] = add(name, description);
-        command->callback([kept = settings, operation] { Change(*kept, operation); });
-    };
-    addChange("set", "Signal it until it is reset", SetEvent);
-    addChange("reset", "Signal it no more", ResetEvent);
-    addChange("pulse", "Release who waits for it at this moment", PulseEvent);
-    const auto [wait, settings] = add("wait", "Wait until it is signalled");
-    wait->add_option("--timeout", settings->milliseconds, "Longest wait in milliseconds; no limit when not given")
-        ->check(CLI::Range(0u, 0xFFFFFFFEu));
-    wait->callback([kept = settings] { Wait(*kept); });
+    add("set", "Signal it until it is reset", Change<SetEvent>);
+    add("reset", "Signal it no more", Change<ResetEvent>);
+    add("pulse", "Release who waits for it at this moment", Change<PulseEvent>);
+    const auto [wait, kept] = add("wait", "Wait until it is signalled", Wait);
+    wait.Number("--timeout", kept->milliseconds, 0, 0xFFFFFFFEu,
+                "Longest wait in milliseconds; no limit when not given");
 }
 
 } // namespace vlt::ctl

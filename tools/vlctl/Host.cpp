@@ -1,8 +1,12 @@
 #include "tools/vlctl/Host.h"
 
+#include <cstdlib>
+#include <string_view>
+
 #ifdef _WIN32
 #include <cstdio>
 #include <io.h>
+#include <windows.h>
 #else
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,6 +21,21 @@ bool ErrorsAreSeen()
     return _isatty(_fileno(stderr)) != 0;
 #else
     return isatty(STDERR_FILENO) == 1;
+#endif
+}
+
+bool OutputTakesColours()
+{
+    const char* const unwanted = std::getenv("NO_COLOR");
+    if (unwanted && *unwanted)
+        return false;
+#ifdef _WIN32
+    DWORD mode = 0;
+    const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
+    return GetConsoleMode(output, &mode) && SetConsoleMode(output, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
+#else
+    const char* const terminal = std::getenv("TERM");
+    return isatty(STDOUT_FILENO) == 1 && terminal && std::string_view(terminal) != "dumb";
 #endif
 }
 

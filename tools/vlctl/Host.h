@@ -9,6 +9,10 @@ namespace vlt::ctl
 // Somebody looks at standard error.
 bool ErrorsAreSeen();
 
+// Somebody looks at standard output, on a terminal that shows colours and is not asked to leave them out
+// by the environment variable NO_COLOR.
+bool OutputTakesColours();
+
 // Files and folders that this program makes from now on are not for other users. On Windows they have
 // the rights of their folder.
 void KeepNewFilesPrivate();

@@ -2,8 +2,8 @@
 
 #include "ARDCommon/IpcFormat.h"
 #include "platform/Format.h"
-#include "suite/Channel/SharedObjects.h"
 #include "suite/Channel/Interrupt.h"
+#include "suite/Channel/SharedObjects.h"
 #include "tools/vlctl/Text.h"
 
 #include <cstring>
@@ -38,7 +38,7 @@ private:
 void Pause(DWORD milliseconds)
 {
     if (WaitForSingleObject(InterruptEvent(), milliseconds) == WAIT_OBJECT_0)
-        throw CommandError(ExitFailed, "interrupted");
+        throw CommandError(ExitFailed, "interrupted", "nothing was asked of the service");
 }
 
 // The section has one name for all, so who makes it has the channel. A dead requester's goes with the
@@ -63,7 +63,8 @@ Section TakeChannel(const WString& name, DWORD size, const Deadline& deadline)
         if (deadline.Left() == 0) {
             if (error == ERROR_ACCESS_DENIED)
                 FailWith(error, Printable(name));
-            throw CommandError(ExitFailed, "another program's request has not ended in time");
+            throw CommandError(ExitFailed, "another program's request has not ended in time",
+                               "try again, with a longer --timeout");
         }
         Pause(1 + static_cast<DWORD>(random() % LongestRetry));
     }
@@ -85,7 +86,8 @@ void SendRequest(const char* channel, std::span<const BYTE> request, unsigned ti
     ResetEvent(acknowledged.Get());
     const KernelHandle event(OpenEventW(EVENT_MODIFY_STATE, FALSE, eventName.c_str()));
     if (!event && GetLastError() == ERROR_FILE_NOT_FOUND)
-        throw CommandError(ExitNo, "the service is not running");
+        throw CommandError(ExitNoService, "the service does not listen",
+                           "vlctl service start, or vlctl status if it runs");
     if (!event || !SetEvent(event.Get()))
         FailWith(GetLastError(), Printable(eventName));
 
@@ -98,9 +100,10 @@ void SendRequest(const char* channel, std::span<const BYTE> request, unsigned ti
     ResetEvent(event.Get());
     if (result == WAIT_FAILED)
         FailWith(error, "wait for the acknowledgement");
-    throw CommandError(ExitFailed, result == WAIT_TIMEOUT
-                                       ? Format("the service has not acknowledged in %u seconds", timeoutSeconds)
-                                       : "interrupted");
+    throw CommandError(ExitFailed,
+                       result == WAIT_TIMEOUT ? Format("the service has not acknowledged in %u seconds", timeoutSeconds)
+                                              : "interrupted",
+                       "the service may still do it; to be sure, ask again, with a longer --timeout");
 }
 
 } // namespace vlt::ctl

@@ -9,7 +9,7 @@ namespace vlt::ctl
 {
 
 // Hands the request over and waits until it is acknowledged, which says nothing of its outcome. Waits
-// its turn while another requester is at it. Throws CommandError: ExitNo when nobody listens on the
+// its turn while another requester is at it. Throws CommandError: ExitNoService when nobody listens on the
 // channel, ExitFailed when the time is up or the user has interrupted it.
 void SendRequest(const char* channel, std::span<const BYTE> request, unsigned timeoutSeconds);
 

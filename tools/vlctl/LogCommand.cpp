@@ -5,10 +5,8 @@
 #include "platform/Format.h"
 #include "platform/Unique.h"
 #include "suite/Channel/DetectionNames.h"
-#include "tools/vlctl/Command.h"
+#include "tools/vlctl/Answer.h"
 #include "tools/vlctl/Text.h"
-
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <array>
@@ -155,16 +153,15 @@ void PrintEntries(const std::vector<WString>& lines, const Run& run, bool header
         if (!Parse(line, entry))
             continue;
         if (run.json) {
-            const nlohmann::ordered_json object{{"date", Utf8(entry.date)},
-                                                {"time", Utf8(entry.time)},
-                                                {"kind", Utf8(entry.kind)},
-                                                {"threat", Utf8(entry.threat)},
-                                                {"file", Utf8(entry.file)},
-                                                {"firstAction", Utf8(entry.actions[0])},
-                                                {"firstResult", Utf8(entry.actions[1])},
-                                                {"secondAction", Utf8(entry.actions[2])},
-                                                {"secondResult", Utf8(entry.actions[3])}};
-            json += object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
+            json += JsonLine({{"date", Utf8(entry.date)},
+                              {"time", Utf8(entry.time)},
+                              {"kind", Utf8(entry.kind)},
+                              {"threat", Utf8(entry.threat)},
+                              {"file", Utf8(entry.file)},
+                              {"firstAction", Utf8(entry.actions[0])},
+                              {"firstResult", Utf8(entry.actions[1])},
+                              {"secondAction", Utf8(entry.actions[2])},
+                              {"secondResult", Utf8(entry.actions[3])}});
             continue;
         }
         rows.push_back({Printable(entry.date), Printable(entry.time), Printable(entry.threat),
@@ -213,13 +210,13 @@ std::string CheckDate(const std::string& text)
 
 void AddLogCommand(CLI::App& app, Run& run)
 {
-    auto settings = std::make_shared<Settings>();
-    CLI::App* const log = app.add_subcommand("log", "Print the virus log of a day; 1 when there is none");
-    log->add_option("--date", settings->date, "Day as YYYYMMDD (default: today)")->check(CheckDate);
-    log->add_flag("--follow", settings->follow, "Go on printing what is added, until interrupted");
-    log->add_option("--program-folder", settings->programFolder, "Folder of the service's program");
-    log->add_flag("--json", run.json, "Print one JSON object a line");
-    log->callback([settings, &run] { Log(*settings, run); });
+    const auto kept = std::make_shared<Settings>();
+    const Word log =
+        Word(app).Verb("log", "Print the virus log of a day; 1 when there is none", [kept, &run] { Log(*kept, run); });
+    log.CheckedText("--date", kept->date, "Day as YYYYMMDD (default: today)", CheckDate);
+    log.Flag("--follow", kept->follow, "Go on printing what is added, until interrupted");
+    log.Text("--program-folder", kept->programFolder, "Folder of the service's program");
+    log.Json(run);
 }
 
 } // namespace vlt::ctl

@@ -3,6 +3,8 @@
 #include "tools/vlctl/Command.h"
 #include "tools/vlctl/Text.h"
 
+#include <CLI/CLI.hpp>
+
 namespace vlt::ctl
 {
 namespace

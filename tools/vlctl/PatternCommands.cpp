@@ -1,13 +1,11 @@
 // vlctl patterns: what the updater and the user interface do with pattern files.
 #include "platform/Format.h"
 #include "platform/Text.h"
-#include "tools/vlctl/Command.h"
+#include "tools/vlctl/Answer.h"
 #include "tools/vlctl/PatternReload.h"
 #include "tools/vlctl/PatternStore.h"
 #include "tools/vlctl/RollbackRecord.h"
 #include "tools/vlctl/Text.h"
-
-#include <nlohmann/json.hpp>
 
 #include <array>
 
@@ -16,19 +14,12 @@ namespace vlt::ctl
 namespace
 {
 
-using Json = nlohmann::ordered_json;
-
 struct Settings {
     std::string file;
     std::string kind;
     bool force = false;
-    unsigned timeoutSeconds = 60;
+    std::uint32_t timeoutSeconds = 60;
 };
-
-void PrintJson(const Json& json)
-{
-    Print(json.dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
-}
 
 // Tells what became of a reload; `done` is what was done before it. A service that does not run is no failure then.
 void Conclude(Run& run, Json done, const std::string& text, const ReloadResult& reload)
@@ -41,9 +32,9 @@ void Conclude(Run& run, Json done, const std::string& text, const ReloadResult& 
     if (reload.outcome == ReloadOutcome::Failed || reload.outcome == ReloadOutcome::NoAnswer)
         run.exit = ExitFailed;
     else if (reload.outcome == ReloadOutcome::NotRunning && alone)
-        run.exit = ExitNo;
+        run.exit = ExitNoService;
     if (run.json)
-        return PrintJson(done);
+        return PrintAnswer(run, done);
     static constexpr std::array texts{"the service has reloaded its patterns",
                                       "the service could not reload and goes on with the patterns that it had: ",
                                       "the service is not running; it takes the patterns at its start",
@@ -124,7 +115,7 @@ void List(const Run& run)
     const Json record = RecordJson(RollbackRecord());
     json.update(record);
     if (run.json)
-        return PrintJson(json);
+        return PrintAnswer(run, json);
     Print(Table(table) + (loaded.empty() ? "" : loaded + '\n') + RecordText(record));
 }
 
@@ -135,12 +126,14 @@ std::pair<const PatternKind*, std::int32_t> Examine(const PatternStore& store, c
     const PatternKind& kind = PatternStore::KindOf(file, settings.kind);
     const auto version = store.Library().VersionOf(file);
     if (!version && !settings.force)
-        throw CommandError(ExitFailed, settings.file + ": not a pattern file, or a damaged one");
+        throw CommandError(ExitFailed, settings.file + ": not a pattern file, or a damaged one", "get it once more");
     const WString newest = store.Library().Newest(kind.stem);
     const auto current = newest.empty() ? std::nullopt : store.Library().VersionOf(store.Folder() + newest);
     if (version && current && *version < *current && !settings.force)
-        throw CommandError(ExitFailed, Format("version %d is older than %s, version %d, which would stay in use",
-                                              *version, Printable(newest), *current));
+        throw CommandError(ExitFailed,
+                           Format("version %d is older than %s, version %d, which would stay in use", *version,
+                                  Printable(newest), *current),
+                           "--force puts it there all the same");
     return {&kind, version.value_or(0)};
 }
 
@@ -229,7 +222,8 @@ void Rollback(const Settings& settings, Run& run)
     const WString name = store.Library().Newest(kVirusPatternStem);
     const auto version = name.empty() ? std::nullopt : store.Library().VersionOf(store.Folder() + name);
     if (!version || !store.HasOlderVirusPattern())
-        throw CommandError(ExitNo, "there is no older virus pattern to fall back to");
+        throw CommandError(ExitNo, "there is no older virus pattern to fall back to",
+                           "vlctl patterns list shows what there is, vlctl patterns install brings another");
     const RollbackRecord record;
     const WString program = ProgramVersion();
     store.Rename(name, AsideName(name));
@@ -261,7 +255,7 @@ void Restore(const Settings& settings, Run& run)
         ClearRolledBack(record);
         if (recorded)
             store.Purge({});
-        throw CommandError(ExitNo, why);
+        throw CommandError(ExitNo, why, "vlctl patterns list shows what there is");
     }
     store.Rename(AsideName(name), name);
     ClearRolledBack(record);
@@ -276,37 +270,29 @@ void Restore(const Settings& settings, Run& run)
 
 void AddPatternCommands(CLI::App& app, Run& run)
 {
-    auto settings = std::make_shared<Settings>();
-    CLI::App* const patterns = app.add_subcommand("patterns", "List, install, reload, roll back the pattern files");
-    patterns->require_subcommand(1);
-    patterns->footer("2 when the service could not reload and goes on with what it had.");
-    const auto add = [&](const char* name, const char* description, auto command) {
-        CLI::App* const added = patterns->add_subcommand(name, description);
-        added->add_flag("--json", run.json, "Print JSON");
-        added->callback([settings, &run, command] { command(*settings, run); });
-        return added;
-    };
-    const auto takeTimeout = [&](CLI::App* command) {
-        command->add_option("--timeout", settings->timeoutSeconds, "Longest wait for the service in seconds")
-            ->capture_default_str()
-            ->check(CLI::Range(1u, 3600u));
+    const auto kept = std::make_shared<Settings>();
+    const Word noun = Word(app).Noun("patterns", "List, install, reload, roll back the pattern files");
+    noun.Footer("2 when the service could not reload and goes on with what it had.");
+    const auto add = [&](const char* name, const char* meaning, auto action) {
+        const Word verb = noun.Verb(name, meaning, [kept, &run, action] { action(*kept, run); });
+        verb.Json(run);
+        return verb;
     };
     std::vector<std::string> kinds;
     for (const PatternKind& kind : kPatternKinds)
         kinds.emplace_back(kind.name);
 
     add("list", "List the files, the probation and what was rolled back", [](const auto&, Run& its) { List(its); });
-    CLI::App* const install = add("install", "Put a new file in place, as the updater does", Install);
-    install->add_option("FILE", settings->file, "Pattern file")->required();
-    install->add_option("--kind", settings->kind, "What it holds, when its name does not tell")
-        ->check(CLI::IsMember(kinds));
-    install->add_flag("--force", settings->force, "Also when it is older, or damaged");
-    takeTimeout(install);
-    CLI::App* const reload = add("reload", "Make the service reload; 1 when it is not running", Reload);
-    reload->add_option("--kind", settings->kind, "Only these (default: all)")->check(CLI::IsMember(kinds));
-    takeTimeout(reload);
-    takeTimeout(add("rollback", "Put the newest virus pattern aside; 1 when there is no older one", Rollback));
-    takeTimeout(add("restore", "Put back what was rolled back; 1 when nothing was", Restore));
+    const Word install = add("install", "Put a new file in place, as the updater does", Install);
+    install.Text("FILE", kept->file, "Pattern file");
+    install.OneOf("--kind", kept->kind, kinds, "What it holds, when its name does not tell");
+    install.Flag("--force", kept->force, "Also when it is older, or damaged");
+    const Word reload = add("reload", "Make the service reload; 69 when it is not running", Reload);
+    reload.OneOf("--kind", kept->kind, kinds, "Only these (default: all)");
+    const Word rollback = add("rollback", "Put the newest virus pattern aside; 1 when there is no older one", Rollback);
+    const Word restore = add("restore", "Put back what was rolled back; 1 when nothing was", Restore);
+    for (const Word& verb : {install, reload, rollback, restore})
+        verb.Number("--timeout", kept->timeoutSeconds, 1, 3600, "Longest wait for the service in seconds");
 }
 
 } // namespace vlt::ctl

@@ -33,7 +33,8 @@ WString ApplicationFolder()
     RegKey key;
     const LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, ProductKey, 0, KEY_READ | KEY_WOW64_32KEY, key.Receive());
     if (status == static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND))
-        throw CommandError(ExitNo, "the suite is not installed: no key " + Utf8(ProductKey));
+        throw CommandError(ExitNo, "the suite is not installed: no key " + Utf8(ProductKey),
+                           "vlctl registry set HKLM\\" + Utf8(ProductKey) + " 'Application Path' FOLDER");
     if (status != static_cast<LSTATUS>(ERROR_SUCCESS))
         FailWith(static_cast<DWORD>(status), Utf8(ProductKey));
     WString folder = FromUtf8(DataText(ReadValue(key.Get(), "Application Path")));

@@ -4,10 +4,11 @@
 #include "platform/Format.h"
 #include "platform/Text.h"
 #include "suite/Channel/Interrupt.h"
+#include "tools/vlctl/Answer.h"
 #include "tools/vlctl/Progress.h"
 #include "tools/vlctl/Text.h"
 
-#include <nlohmann/json.hpp>
+#include <CLI/CLI.hpp>
 
 #include <cmath>
 #include <cstdio>
@@ -18,14 +19,7 @@ namespace vlt::ctl
 namespace
 {
 
-using Json = nlohmann::ordered_json;
-
 constexpr std::size_t PrintedAtOnce = 1 << 16; // characters
-
-std::string Dump(const Json& object, int indent)
-{
-    return object.dump(indent, ' ', false, Json::error_handler_t::replace) + '\n';
-}
 
 // The files are read from the folder once and not asked for one by one; null when the record has none.
 const std::uint64_t* SizeOf(const FileSizes& files, const QuarantineEntry& entry)
@@ -55,7 +49,7 @@ void List(const QuarantineSettings& settings, const Run& run)
     if (run.json) {
         std::string text;
         for (const QuarantineEntry& entry : list.Entries()) {
-            text += Dump(Describe(entry, files, list.ShortId(entry)), -1);
+            text += JsonLine(Describe(entry, files, list.ShortId(entry)));
             if (text.size() >= PrintedAtOnce) {
                 Print(text);
                 text.clear();
@@ -88,17 +82,7 @@ void Show(const QuarantineSettings& settings, const Run& run)
         object["patternVersion"] = entry->patternVersion;
         object["engineVersion"] = std::isfinite(entry->engineVersion) ? Json(entry->engineVersion) : Json();
         object["file"] = SizeOf(files, *entry) ? Json(Utf8(store.KeptFile(entry->name))) : Json();
-        if (run.json) {
-            Print(Dump(object, 2));
-            continue;
-        }
-        std::vector<std::vector<std::string>> rows;
-        for (const auto& [key, value] : object.items()) {
-            rows.push_back({key, value.is_string() ? Printable(FromUtf8(value.get<std::string>()))
-                                 : value.is_null() ? "-"
-                                                   : value.dump()});
-        }
-        Print(Table(rows));
+        PrintAnswer(run, object);
     }
 }
 
@@ -120,7 +104,7 @@ void Delete(const QuarantineSettings& settings)
     const std::size_t done = DeleteFromQuarantine(store, names);
     Print(Format("%u deleted\n", done));
     if (done != names.size())
-        throw CommandError(ExitFailed, Format("%u left", names.size() - done));
+        throw CommandError(ExitFailed, Format("%u left", names.size() - done), "the lines above say why");
 }
 
 struct Deleted {
@@ -146,7 +130,7 @@ void DeleteMatching(const WString& folder, const WCHAR* pattern, Progress& progr
 void Clear(const QuarantineSettings& settings)
 {
     if (!settings.yes)
-        throw CommandError(ExitUsage, "clear destroys all that is in quarantine; say --yes to do so");
+        throw CommandError(ExitUsage, "clear destroys all that is in quarantine", "say --yes to do so");
     const QuarantineStore store = settings.Store();
     Deleted deleted;
     {
@@ -174,7 +158,8 @@ void Clear(const QuarantineSettings& settings)
     }
     Print(Format("%u files deleted, %u records left\n", deleted.done, left));
     if (deleted.left != 0)
-        throw CommandError(ExitFailed, Format("%u files could not be deleted", deleted.left));
+        throw CommandError(ExitFailed, Format("%u files could not be deleted", deleted.left),
+                           "try again as root, on Windows as an administrator");
 }
 
 } // namespace
@@ -252,7 +237,7 @@ void AddQuarantineCommands(CLI::App& app, Run& run)
         return added;
     };
     const auto takeJson = [&](CLI::App* command) {
-        command->add_flag("--json", run.json, "Print one JSON object for each");
+        command->add_flag("--json", run.json, "Print one JSON object a line");
     };
     const auto takeIds = [&](CLI::App* command, int most) {
         return command->add_option("ID", settings->ids, "Id as listed, a beginning of it, or the kept file's name")

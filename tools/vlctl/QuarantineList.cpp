@@ -105,11 +105,13 @@ std::vector<const QuarantineEntry*> QuarantineList::Find(const std::string& text
     }
     const auto& found = named.empty() ? begun : named;
     if (found.empty())
-        throw CommandError(ExitNo, "nothing in quarantine is called " + Printable(name));
+        throw CommandError(ExitNo, "nothing in quarantine is called " + Printable(name),
+                           "vlctl quarantine list has the ids");
     for (const QuarantineEntry* const entry : found) {
         if (entry->name != found.front()->name)
             throw CommandError(
-                ExitNo, Format("%s could be %s or %s", Printable(name), ShortId(*found.front()), ShortId(*entry)));
+                ExitNo, Format("%s could be %s or %s", Printable(name), ShortId(*found.front()), ShortId(*entry)),
+                "give more digits of the one that is meant");
     }
     return found;
 }

@@ -2,14 +2,13 @@
 #include "ARDCommon/IpcFormat.h"
 #include "platform/Format.h"
 #include "platform/Text.h"
+#include "tools/vlctl/Answer.h"
 #include "tools/vlctl/Host.h"
 #include "tools/vlctl/IpcRequest.h"
 #include "tools/vlctl/Progress.h"
 #include "tools/vlctl/QuarantineCommands.h"
 #include "tools/vlctl/ScanLibrary.h"
 #include "tools/vlctl/Text.h"
-
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 
@@ -88,7 +87,8 @@ WString ExistingFile(const QuarantineStore& store, const FileSizes& files, const
 {
     const WString path = store.KeptFile(entry.name);
     if (path.empty() || !files.contains(LowerCase(entry.name)))
-        throw CommandError(ExitFailed, "the file of this record is missing: " + Printable(entry.name));
+        throw CommandError(ExitFailed, "the file of this record is missing: " + Printable(entry.name),
+                           "vlctl quarantine verify lists all such, vlctl quarantine delete takes the record away");
     return path;
 }
 
@@ -96,11 +96,12 @@ WString ExistingFile(const QuarantineStore& store, const FileSizes& files, const
 void RestoreTo(const ScanLibrary& library, const WString& file, const WString& target, bool force)
 {
     const auto refuse = [&] {
-        throw CommandError(ExitFailed, Printable(target) + " exists; say --force to overwrite it");
+        throw CommandError(ExitFailed, Printable(target) + " exists",
+                           "overwrite it with --force, or name another with --to");
     };
     const DWORD attributes = GetFileAttributesW(target.c_str());
     if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY))
-        throw CommandError(ExitFailed, Printable(target) + " is a folder");
+        throw CommandError(ExitFailed, Printable(target) + " is a folder", "name a file with --to");
     if (attributes != INVALID_FILE_ATTRIBUTES && !force)
         refuse();
     const WorkingCopy copy(FolderOf(target));
@@ -130,7 +131,7 @@ public:
     {
         const DWORD waited = m_mutex ? WaitForSingleObject(m_mutex.Get(), 0) : WAIT_FAILED;
         if (waited != WAIT_OBJECT_0 && waited != WAIT_ABANDONED)
-            throw CommandError(ExitFailed, "another rescan is under way");
+            throw CommandError(ExitFailed, "another rescan is under way", "try again when it has ended");
         KeepNewFilesPrivate();
         CreateDirectoryW(m_temp.c_str(), nullptr);
         if (CreateDirectoryW(m_folder.c_str(), nullptr))
@@ -191,9 +192,7 @@ void PrintVerdict(const std::string& id, const QuarantineEntry& entry, const Sca
         Print(Format("%s  %s  %s  %s\n", id, result, Printable(verdict.threat), Printable(entry.source)));
         return;
     }
-    const nlohmann::ordered_json object{
-        {"id", id}, {"result", result}, {"threat", Utf8(verdict.threat)}, {"path", Utf8(entry.source)}};
-    Print(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n');
+    Print(JsonLine({{"id", id}, {"result", result}, {"threat", Utf8(verdict.threat)}, {"path", Utf8(entry.source)}}));
 }
 
 std::vector<const QuarantineEntry*> Chosen(const QuarantineSettings& settings, const QuarantineList& list)
@@ -224,18 +223,19 @@ void RestoreQuarantined(const QuarantineSettings& settings)
     AskNotToBeScanned();
     const WString target = settings.to.empty() ? library.SourceOf(file) : FullPath(settings.to);
     if (settings.to.empty() && !IsOrdinaryPath(target))
-        throw CommandError(ExitFailed,
-                           "it says that it comes from \"" + Printable(target) + "\"; name a place with --to");
+        throw CommandError(ExitFailed, "it says that it comes from \"" + Printable(target) + '"',
+                           "name a place with --to");
     RestoreTo(library, file, target, settings.force);
     Print(Printable(target) + '\n');
     if (!settings.keep && DeleteFromQuarantine(store, {entry.name}) != 1)
-        throw CommandError(ExitFailed, "it is restored, and also still in quarantine");
+        throw CommandError(ExitFailed, "it is restored, and also still in quarantine",
+                           "vlctl quarantine delete takes it away there");
 }
 
 void RescanQuarantined(const QuarantineSettings& settings, Run& run)
 {
     if (settings.ids.empty() && !settings.all)
-        throw CommandError(ExitUsage, "rescan what? Name some, or say --all");
+        throw CommandError(ExitUsage, "nothing is named that is to be scanned", "name some ids, or say --all");
     const QuarantineStore store = settings.Store();
     const QuarantineList list(store);
     PrintState(store, list);
@@ -272,7 +272,7 @@ void RescanQuarantined(const QuarantineSettings& settings, Run& run)
     progress.Clear();
     UpdateRecords(store, verdicts);
     if (failed != 0)
-        throw CommandError(ExitFailed, Format("%u could not be scanned", failed));
+        throw CommandError(ExitFailed, Format("%u could not be scanned", failed), "the lines above say why");
 }
 
 } // namespace vlt::ctl

@@ -37,7 +37,8 @@ public:
         // Nothing waits for this program as an opener waits for the service, so it does not go on
         // without the lock. Then it has no count to give back either.
         if (WaitForSingleObject(m_semaphore.Get(), kQuarantineLockWait) != WAIT_OBJECT_0)
-            throw CommandError(ExitFailed, "the quarantine store is in use by another program");
+            throw CommandError(ExitFailed, "the quarantine store is in use by another program",
+                               "try again when it has ended");
     }
     ~StoreLock() { ReleaseSemaphore(m_semaphore.Get(), 1, nullptr); }
     StoreLock(const StoreLock&) = delete;
@@ -65,7 +66,8 @@ FileHandle OpenToRead(const WString& path)
 {
     const DWORD attributes = GetFileAttributesW(path.c_str());
     if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY))
-        throw CommandError(ExitFailed, Printable(path) + " is a folder");
+        throw CommandError(ExitFailed, Printable(path) + " is a folder",
+                           "move it away; the service makes the file when it needs it");
     FileHandle file = Open(path, GENERIC_READ, OPEN_EXISTING);
     const DWORD error = GetLastError();
     if (!file && error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND)
@@ -193,7 +195,8 @@ QuarantineStore::QuarantineStore(WString folder)
 {
     const DWORD attributes = GetFileAttributesW(m_folder.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_DIRECTORY))
-        throw CommandError(ExitNo, "there is no quarantine folder " + Printable(m_folder));
+        throw CommandError(ExitNo, "there is no quarantine folder " + Printable(m_folder),
+                           "the service makes it when it starts; name another with --folder");
 }
 
 TornTail QuarantineStore::Read(const Visit& visit) const

@@ -1,9 +1,8 @@
 // vlctl quarantine verify: every record against its file and every file against its record.
 #include "platform/Format.h"
+#include "tools/vlctl/Answer.h"
 #include "tools/vlctl/QuarantineCommands.h"
 #include "tools/vlctl/Text.h"
-
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <set>
@@ -87,9 +86,8 @@ void VerifyQuarantine(const QuarantineSettings& settings, Run& run)
     std::vector<std::vector<std::string>> rows;
     for (const Problem& problem : findings.problems) {
         if (run.json) {
-            const nlohmann::ordered_json object{
-                {"problem", problem.what}, {"name", Utf8(problem.name)}, {"detail", Utf8(problem.detail)}};
-            json += object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
+            json +=
+                JsonLine({{"problem", problem.what}, {"name", Utf8(problem.name)}, {"detail", Utf8(problem.detail)}});
         } else {
             rows.push_back({problem.what, Printable(problem.name), Printable(problem.detail)});
         }

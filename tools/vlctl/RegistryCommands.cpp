@@ -1,6 +1,6 @@
 // vlctl registry: single values of either view.
 #include "platform/Unique.h"
-#include "tools/vlctl/Command.h"
+#include "tools/vlctl/Answer.h"
 #include "tools/vlctl/RegistryValue.h"
 #include "tools/vlctl/Text.h"
 
@@ -17,9 +17,9 @@ struct Settings {
     std::string name;
     std::string type = "sz";
     std::vector<std::string> data;
-    int view = 32;
+    std::string view = "32";
 
-    REGSAM View() const { return view == 64 ? KEY_WOW64_64KEY : KEY_WOW64_32KEY; }
+    REGSAM View() const { return view == "64" ? KEY_WOW64_64KEY : KEY_WOW64_32KEY; }
 };
 
 struct Place {
@@ -58,15 +58,10 @@ RegKey OpenKey(const Settings& settings, REGSAM access)
     const LSTATUS status =
         RegOpenKeyExW(place.root, FromUtf8(place.subKey).c_str(), 0, access | settings.View(), key.Receive());
     if (status == static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND))
-        throw CommandError(ExitNo, "no key " + settings.path);
+        throw CommandError(ExitNo, "no key " + settings.path, "vlctl registry list shows what a key holds");
     if (status != static_cast<LSTATUS>(ERROR_SUCCESS))
         FailWith(static_cast<DWORD>(status), settings.path);
     return key;
-}
-
-void PrintJson(const nlohmann::ordered_json& json)
-{
-    Print(json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n');
 }
 
 void Get(const Settings& settings, const Run& run)
@@ -74,7 +69,7 @@ void Get(const Settings& settings, const Run& run)
     const RegKey key = OpenKey(settings, KEY_READ);
     const RegistryValue value = ReadValue(key.Get(), settings.name);
     if (run.json)
-        PrintJson(ToJson(value));
+        PrintAnswer(run, ToJson(value));
     else
         Print(DataText(value) + '\n');
 }
@@ -119,10 +114,10 @@ void List(const Settings& settings, const Run& run)
         return RegEnumValueW(key.Get(), index, name, length, nullptr, nullptr, nullptr, nullptr);
     });
     if (run.json) {
-        nlohmann::ordered_json json{{"keys", keys}, {"values", nlohmann::ordered_json::object()}};
+        Json json{{"keys", keys}, {"values", Json::object()}};
         for (const std::string& name : values)
             json["values"][name] = ToJson(ReadValue(key.Get(), name));
-        PrintJson(json);
+        PrintAnswer(run, json);
         return;
     }
     std::vector<std::vector<std::string>> rows;
@@ -147,7 +142,8 @@ void Delete(const Settings& settings, bool wholeKey)
         status = RegDeleteValueW(OpenKey(settings, KEY_READ | KEY_WRITE).Get(), FromUtf8(settings.name).c_str());
     }
     if (status == static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND))
-        throw CommandError(ExitNo, "no " + settings.path + (wholeKey ? "" : " " + settings.name));
+        throw CommandError(ExitNo, "no " + settings.path + (wholeKey ? "" : " " + settings.name),
+                           "vlctl registry list shows what a key holds");
     if (status != static_cast<LSTATUS>(ERROR_SUCCESS))
         FailWith(static_cast<DWORD>(status), settings.path);
 }
@@ -156,42 +152,30 @@ void Delete(const Settings& settings, bool wholeKey)
 
 void AddRegistryCommands(CLI::App& app, Run& run)
 {
-    auto settings = std::make_shared<Settings>();
-    CLI::App* const registry = app.add_subcommand("registry", "Read, write, list or delete registry values");
-    registry->require_subcommand(1);
-    registry->add_option("--view", settings->view, "Registry view; the product's own keys are in the 32-bit one")
-        ->check(CLI::IsMember({32, 64}))
-        ->capture_default_str();
-    registry->fallthrough();
-
-    const auto add = [&](const char* verb, const char* text) {
-        CLI::App* const command = registry->add_subcommand(verb, text);
-        command->fallthrough();
-        command->add_option("key", settings->path, "Key, such as HKLM\\Software\\Veltrano\\Ardentis")->required();
-        return command;
+    const auto kept = std::make_shared<Settings>();
+    const Word noun = Word(app).Noun("registry", "Read, write, list or delete registry values");
+    const auto add = [&](const char* name, const char* meaning, std::function<void()> action) {
+        const Word verb = noun.Verb(name, meaning, std::move(action));
+        verb.Text("KEY", kept->path, "Key, such as HKLM\\Software\\Veltrano\\Ardentis");
+        verb.OneOf("--view", kept->view, {"32", "64"}, "Registry view; the product's own keys are in the 32-bit one");
+        return verb;
     };
-    CLI::App* const get = add("get", "Print one value");
-    get->add_option("name", settings->name, "Name of the value (default: the key's default value)");
-    get->add_flag("--json", run.json, "Print JSON");
-    get->callback([settings, &run] { Get(*settings, run); });
+    const Word get = add("get", "Print one value", [kept, &run] { Get(*kept, run); });
+    get.OptionalText("NAME", kept->name, "Name of the value (default: the key's default value)");
+    get.Json(run);
 
-    CLI::App* const set = add("set", "Write one value, making the key");
-    set->add_option("name", settings->name, "Name of the value")->required();
-    set->add_option("data", settings->data, "Text, number, hexadecimal bytes, or one word for each string")
-        ->required()
-        ->expected(1, -1);
-    set->add_option("--type", settings->type, "Type of the value")
-        ->check(CLI::IsMember(TypeNames()))
-        ->capture_default_str();
-    set->callback([settings] { Set(*settings); });
+    const Word set = add("set", "Write one value, making the key", [kept] { Set(*kept); });
+    set.Text("NAME", kept->name, "Name of the value");
+    set.Texts("DATA", kept->data, "Text, number, hexadecimal bytes, or one word for each string");
+    set.OneOf("--type", kept->type, TypeNames(), "Type of the value");
 
-    CLI::App* const list = add("list", "Print the sub-keys and values of a key");
-    list->add_flag("--json", run.json, "Print JSON");
-    list->callback([settings, &run] { List(*settings, run); });
+    add("list", "Print the sub-keys and values of a key", [kept, &run] { List(*kept, run); }).Json(run);
 
-    CLI::App* const remove = add("delete", "Delete a value, or a key without sub-keys");
-    CLI::Option* const name = remove->add_option("name", settings->name, "Name of the value; without it the key");
-    remove->callback([settings, name] { Delete(*settings, name->count() == 0); });
+    // An empty name is that of the default value; only without any the key is meant.
+    const auto remove = std::make_shared<Word>(app);
+    *remove = add("delete", "Delete a value, or a key without sub-keys",
+                  [kept, remove] { Delete(*kept, !remove->Given("NAME")); });
+    remove->OptionalText("NAME", kept->name, "Name of the value; without it the key");
 }
 
 } // namespace vlt::ctl

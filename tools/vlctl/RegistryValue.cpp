@@ -196,7 +196,7 @@ RegistryValue ReadValue(HKEY key, const std::string& name)
         status = RegQueryValueExW(key, wide.c_str(), nullptr, &value.type, value.data.data(), &size);
     }
     if (status == static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND))
-        throw CommandError(ExitNo, "no value " + name);
+        throw CommandError(ExitNo, "no value " + name, "vlctl registry list shows what a key holds");
     if (status != static_cast<LSTATUS>(ERROR_SUCCESS))
         FailWith(static_cast<DWORD>(status), name);
     value.data.resize(size);

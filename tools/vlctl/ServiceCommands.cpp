@@ -1,14 +1,10 @@
 // vlctl service: what the control manager knows and does.
 #include "platform/Format.h"
-#include "platform/Unique.h"
-#include "tools/vlctl/Command.h"
+#include "tools/vlctl/Answer.h"
 #include "tools/vlctl/Host.h"
+#include "tools/vlctl/ServiceManager.h"
 #include "tools/vlctl/Supervise.h"
 #include "tools/vlctl/Text.h"
-
-#include <nlohmann/json.hpp>
-
-#include <array>
 
 namespace vlt::ctl
 {
@@ -20,47 +16,9 @@ constexpr DWORD RestartMilliseconds = 5000; // after a crash
 
 struct Settings {
     std::string program;
-    unsigned timeoutSeconds = 60;
-    unsigned delaySeconds = 5;
+    std::uint32_t timeoutSeconds = 60;
+    std::uint32_t delaySeconds = 5;
 };
-
-ServiceHandle OpenManager(DWORD access)
-{
-    ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, access));
-    if (!manager) {
-        const DWORD error = GetLastError();
-        if (error == ERROR_ACCESS_DENIED)
-            FailWith(error, "service manager");
-        throw CommandError(ExitNoService, Format("service manager: %s (%u)", SystemText(error), error));
-    }
-    return manager;
-}
-
-ServiceHandle OpenInstalled(DWORD access)
-{
-    const ServiceHandle manager = OpenManager(SC_MANAGER_CONNECT);
-    ServiceHandle service(OpenServiceW(manager.Get(), ServiceName, access));
-    if (!service)
-        FailWith(GetLastError(), Utf8(ServiceName));
-    return service;
-}
-
-SERVICE_STATUS_PROCESS Query(const ServiceHandle& service)
-{
-    SERVICE_STATUS_PROCESS status{};
-    DWORD needed = 0;
-    if (!QueryServiceStatusEx(service.Get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<LPBYTE>(&status), sizeof status,
-                              &needed))
-        FailWith(GetLastError(), "query");
-    return status;
-}
-
-const char* StateName(DWORD state)
-{
-    static constexpr std::array names{"unknown", "stopped",          "start pending", "stop pending",
-                                      "running", "continue pending", "pause pending", "paused"};
-    return state < names.size() ? names[state] : names[0];
-}
 
 // Waits until the state is `wanted` and returns the last status. A service that has stopped will not
 // get anywhere else, so that ends the wait as well.
@@ -68,12 +26,14 @@ SERVICE_STATUS_PROCESS WaitFor(const ServiceHandle& service, DWORD wanted, unsig
 {
     const ULONGLONG deadline = GetTickCount64() + timeoutSeconds * 1000ull;
     for (;;) {
-        const SERVICE_STATUS_PROCESS status = Query(service);
+        const SERVICE_STATUS_PROCESS status = QueryService(service);
         if (status.dwCurrentState == wanted || status.dwCurrentState == SERVICE_STOPPED)
             return status;
         if (GetTickCount64() >= deadline)
-            throw CommandError(ExitFailed,
-                               Format("still %s after %u seconds", StateName(status.dwCurrentState), timeoutSeconds));
+            throw CommandError(
+                ExitFailed,
+                Format("still %s after %u seconds", ServiceStateName(status.dwCurrentState), timeoutSeconds),
+                "wait longer with --timeout, or see vlctl service status and the log of the system");
         Sleep(PollMilliseconds);
     }
 }
@@ -104,7 +64,7 @@ void Install(const Settings& settings)
     const DWORD attributes = GetFileAttributesW(program.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY))
         FailWith(ERROR_FILE_NOT_FOUND, Printable(program));
-    const ServiceHandle manager = OpenManager(SC_MANAGER_CREATE_SERVICE);
+    const ServiceHandle manager = OpenServiceManager(SC_MANAGER_CREATE_SERVICE);
     // The path is registered bare, as the service registers itself.
     const ServiceHandle service(CreateServiceW(manager.Get(), ServiceName, DisplayName, SERVICE_ALL_ACCESS,
                                                SERVICE_WIN32_OWN_PROCESS | SERVICE_INTERACTIVE_PROCESS,
@@ -120,7 +80,7 @@ void Install(const Settings& settings)
 
 void Remove()
 {
-    const ServiceHandle service = OpenInstalled(DELETE);
+    const ServiceHandle service = OpenInstalledService(DELETE);
     if (!DeleteService(service.Get()))
         FailWith(GetLastError(), "remove");
     Print("removed\n");
@@ -129,7 +89,7 @@ void Remove()
 // Running, or else stopped again already.
 SERVICE_STATUS_PROCESS StartAndWait(const Settings& settings)
 {
-    const ServiceHandle service = OpenInstalled(SERVICE_START | SERVICE_QUERY_STATUS);
+    const ServiceHandle service = OpenInstalledService(SERVICE_START | SERVICE_QUERY_STATUS);
     if (!StartServiceW(service.Get(), 0, nullptr) && GetLastError() != ERROR_SERVICE_ALREADY_RUNNING)
         FailWith(GetLastError(), "start");
     return WaitFor(service, SERVICE_RUNNING, settings.timeoutSeconds);
@@ -143,15 +103,23 @@ void Start(const Settings& settings)
     Print(Format("running, process %u\n", status.dwProcessId));
 }
 
+void KeepRunning(const Settings& settings)
+{
+    const auto awaitStopped = [&] {
+        return WaitFor(OpenInstalledService(SERVICE_QUERY_STATUS), SERVICE_STOPPED, settings.timeoutSeconds);
+    };
+    Supervise({[&] { return StartAndWait(settings); }, awaitStopped, settings.delaySeconds});
+}
+
 void Stop(const Settings& settings)
 {
-    const ServiceHandle service = OpenInstalled(SERVICE_STOP | SERVICE_QUERY_STATUS);
+    const ServiceHandle service = OpenInstalledService(SERVICE_STOP | SERVICE_QUERY_STATUS);
     SERVICE_STATUS ignored{};
     if (!ControlService(service.Get(), SERVICE_CONTROL_STOP, &ignored)) {
         const DWORD error = GetLastError();
         // Refused while it is stopping already, which is what was asked for.
         const bool stopping =
-            error == ERROR_SERVICE_CANNOT_ACCEPT_CTRL && Query(service).dwCurrentState == SERVICE_STOP_PENDING;
+            error == ERROR_SERVICE_CANNOT_ACCEPT_CTRL && QueryService(service).dwCurrentState == SERVICE_STOP_PENDING;
         if (error != ERROR_SERVICE_NOT_ACTIVE && !stopping)
             FailWith(error, "stop");
     }
@@ -161,75 +129,37 @@ void Stop(const Settings& settings)
 
 void Status(Run& run)
 {
-    const SERVICE_STATUS_PROCESS status = Query(OpenInstalled(SERVICE_QUERY_STATUS));
+    const SERVICE_STATUS_PROCESS status = QueryService(OpenInstalledService(SERVICE_QUERY_STATUS));
     if (status.dwCurrentState != SERVICE_RUNNING)
         run.exit = ExitNo;
-    if (run.json) {
-        const nlohmann::ordered_json out{
-            {"service", Utf8(ServiceName)},       {"state", StateName(status.dwCurrentState)},
-            {"exitCode", status.dwWin32ExitCode}, {"checkpoint", status.dwCheckPoint},
-            {"waitHint", status.dwWaitHint},      {"controlsAccepted", status.dwControlsAccepted},
-            {"processId", status.dwProcessId},    {"program", Utf8(InstalledProgram())}};
-        Print(out.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n');
-        return;
-    }
-    Print(Table({{"state", StateName(status.dwCurrentState)},
-                 {"exit code", std::to_string(status.dwWin32ExitCode)},
-                 {"process", std::to_string(status.dwProcessId)},
-                 {"program", Printable(InstalledProgram())}}));
+    PrintAnswer(run, {{"service", Utf8(ServiceName)},
+                      {"state", ServiceStateName(status.dwCurrentState)},
+                      {"exitCode", status.dwWin32ExitCode},
+                      {"checkpoint", status.dwCheckPoint},
+                      {"waitHint", status.dwWaitHint},
+                      {"controlsAccepted", status.dwControlsAccepted},
+                      {"processId", status.dwProcessId},
+                      {"program", Utf8(InstalledProgram())}});
 }
 
 } // namespace
 
-WString InstalledProgram()
-{
-    const ServiceHandle service = OpenInstalled(SERVICE_QUERY_CONFIG);
-    DWORD needed = 0;
-    QueryServiceConfigW(service.Get(), nullptr, 0, &needed);
-    if (GetLastError() != ERROR_INSUFFICIENT_BUFFER)
-        FailWith(GetLastError(), "configuration");
-    std::vector<ULONG_PTR> buffer(needed / sizeof(ULONG_PTR) + 1);
-    auto* const config = reinterpret_cast<LPQUERY_SERVICE_CONFIGW>(buffer.data());
-    if (!QueryServiceConfigW(service.Get(), config, needed, &needed))
-        FailWith(GetLastError(), "configuration");
-    return config->lpBinaryPathName ? WString(config->lpBinaryPathName) : WString();
-}
-
 void AddServiceCommands(CLI::App& app, Run& run)
 {
-    auto settings = std::make_shared<Settings>();
-    CLI::App* const service = app.add_subcommand("service", "Install, remove, start, stop or query the service");
-    service->require_subcommand(1);
-
-    CLI::App* const install = service->add_subcommand("install", "Register the service with the control manager");
-    install->add_option("--program", settings->program, "Program of the service (default: beside vlctl)");
-    install->callback([settings] { Install(*settings); });
-
-    service->add_subcommand("remove", "Delete the registration; a running service goes on")->callback(Remove);
-
-    CLI::App* const start = service->add_subcommand("start", "Start and wait until it runs");
-    start->callback([settings] { Start(*settings); });
-    CLI::App* const stop = service->add_subcommand("stop", "Stop and wait until it has stopped");
-    stop->callback([settings] { Stop(*settings); });
-    CLI::App* const supervise = service->add_subcommand(
-        "supervise", "Start, and start again whenever it ends other than by a stop; until it is stopped");
-    supervise->add_option("--delay", settings->delaySeconds, "Seconds between an end and the next start")
-        ->capture_default_str()
-        ->check(CLI::Range(0u, 3600u));
-    supervise->callback([settings] {
-        const auto awaitStopped = [&] {
-            return WaitFor(OpenInstalled(SERVICE_QUERY_STATUS), SERVICE_STOPPED, settings->timeoutSeconds);
-        };
-        Supervise({[&] { return StartAndWait(*settings); }, awaitStopped, settings->delaySeconds});
-    });
-    for (CLI::App* command : {start, stop, supervise})
-        command->add_option("--timeout", settings->timeoutSeconds, "Longest wait in seconds")
-            ->capture_default_str()
-            ->check(CLI::Range(1u, 3600u));
-
-    CLI::App* const status = service->add_subcommand("status", "State, exit code and process; 1 when not running");
-    status->add_flag("--json", run.json, "Print JSON");
-    status->callback([&run] { Status(run); });
+    const auto kept = std::make_shared<Settings>();
+    const Word noun = Word(app).Noun("service", "Install, remove, start, stop or query the service");
+    noun.Verb("install", "Register the service with the control manager", [kept] { Install(*kept); })
+        .Text("--program", kept->program, "Program of the service (default: beside vlctl)");
+    noun.Verb("remove", "Delete the registration; a running service goes on", Remove);
+    const Word start = noun.Verb("start", "Start and wait until it runs", [kept] { Start(*kept); });
+    const Word stop = noun.Verb("stop", "Stop and wait until it has stopped", [kept] { Stop(*kept); });
+    const Word supervise =
+        noun.Verb("supervise", "Start, and start again whenever it ends other than by a stop; until it is stopped",
+                  [kept] { KeepRunning(*kept); });
+    supervise.Number("--delay", kept->delaySeconds, 0, 3600, "Seconds between an end and the next start");
+    for (const Word& verb : {start, stop, supervise})
+        verb.Number("--timeout", kept->timeoutSeconds, 1, 3600, "Longest wait in seconds");
+    noun.Verb("status", "State, exit code and process; 1 when not running", [&run] { Status(run); }).Json(run);
 }
 
 } // namespace vlt::ctl

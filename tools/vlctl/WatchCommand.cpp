@@ -5,11 +5,9 @@
 #include "platform/Text.h"
 #include "suite/Channel/DetectionFeed.h"
 #include "suite/Channel/DetectionNames.h"
-#include "tools/vlctl/Command.h"
 #include "suite/Channel/Interrupt.h"
+#include "tools/vlctl/Answer.h"
 #include "tools/vlctl/Text.h"
-
-#include <nlohmann/json.hpp>
 
 #include <cstdio>
 
@@ -22,9 +20,8 @@ namespace
 {
 
 struct Settings {
-    unsigned count = 0;
-    unsigned timeoutSeconds = 0;
-    bool list = false;
+    std::uint32_t count = 0;          // 0: no end
+    std::uint32_t timeoutSeconds = 0; // 0: no end
 };
 
 std::string Text(const Detection& detection)
@@ -41,52 +38,40 @@ std::string Text(const Detection& detection)
                   time.wMinute, time.wSecond, Printable(FieldText(record.threatName)), actions, file);
 }
 
-std::string Line(const nlohmann::ordered_json& object)
-{
-    return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
-}
-
-std::string Json(const Detection& detection)
+std::string LineOf(const Detection& detection)
 {
     const AsDetectionRecord& record = detection.record;
     const SYSTEMTIME& time = detection.time;
-    return Line({{"time", Format("%04d-%02d-%02dT%02d:%02d:%02d.%03d", time.wYear, time.wMonth, time.wDay, time.wHour,
-                                 time.wMinute, time.wSecond, time.wMilliseconds)},
-                 {"threat", Utf8(FieldText(record.threatName))},
-                 {"firstAction", record.firstAction},
-                 {"firstResult", record.firstResult},
-                 {"secondAction", record.secondAction},
-                 {"secondResult", record.secondResult},
-                 {"processId", record.processId},
-                 {"direction", record.direction},
-                 {"file", Utf8(FieldText(record.infectedPath))},
-                 {"encodedFile", Utf8(FieldText(record.encodedPath))},
-                 {"secondFile", Utf8(FieldText(record.secondPath))},
-                 {"threatKind", record.threatKind},
-                 {"noLog", record.noLog},
-                 {"denied", record.denied}});
+    return JsonLine({{"time", Format("%04d-%02d-%02dT%02d:%02d:%02d.%03d", time.wYear, time.wMonth, time.wDay,
+                                     time.wHour, time.wMinute, time.wSecond, time.wMilliseconds)},
+                     {"threat", Utf8(FieldText(record.threatName))},
+                     {"firstAction", record.firstAction},
+                     {"firstResult", record.firstResult},
+                     {"secondAction", record.secondAction},
+                     {"secondResult", record.secondResult},
+                     {"processId", record.processId},
+                     {"direction", record.direction},
+                     {"file", Utf8(FieldText(record.infectedPath))},
+                     {"encodedFile", Utf8(FieldText(record.encodedPath))},
+                     {"secondFile", Utf8(FieldText(record.secondPath))},
+                     {"threatKind", record.threatKind},
+                     {"noLog", record.noLog},
+                     {"denied", record.denied}});
 }
 
 void ListReceivers(Run& run)
 {
     const std::optional<ReceiverList> list = ReceiverList::Open(kVirusFoundChannel);
-    std::vector<std::vector<std::string>> rows{{"SLOT", "SECTION", "NAME"}};
-    for (const ReceiverList::Entry& entry : list ? list->Entries() : std::vector<ReceiverList::Entry>()) {
-        const WString name = ToWide(entry.name);
-        if (run.json)
-            Print(Line({{"slot", entry.slot}, {"live", entry.live}, {"name", Utf8(name)}}));
-        rows.push_back({std::to_string(entry.slot), entry.live ? "live" : "gone", Printable(name)});
-    }
-    if (rows.size() == 1)
+    Json rows = Json::array();
+    for (const ReceiverList::Entry& entry : list ? list->Entries() : std::vector<ReceiverList::Entry>())
+        rows.push_back({{"slot", entry.slot}, {"live", entry.live}, {"name", Utf8(ToWide(entry.name))}});
+    if (rows.empty())
         run.exit = ExitNo;
-    else if (!run.json)
-        Print(Table(rows));
+    PrintList(run, "receivers", rows);
 }
 
 void Watch(const Settings& settings, Run& run)
 {
-    if (settings.list)
-        return ListReceivers(run);
     DetectionFeed feed("vlctl_watch", InterruptEvent());
     std::fprintf(stderr, "vlctl: watching; Ctrl-C ends it\n");
     const ULONGLONG deadline =
@@ -94,7 +79,7 @@ void Watch(const Settings& settings, Run& run)
     unsigned shown = 0;
     Detection detection;
     while ((settings.count == 0 || shown < settings.count) && feed.Next(detection, deadline)) {
-        Print(run.json ? Json(detection) : Text(detection));
+        Print(run.json ? LineOf(detection) : Text(detection));
         ++shown;
         if (const unsigned lost = feed.TakeLost())
             std::fprintf(stderr, "vlctl: %u detections not shown: the output is read too slowly\n", lost);
@@ -105,18 +90,17 @@ void Watch(const Settings& settings, Run& run)
 
 } // namespace
 
-void AddWatchCommand(CLI::App& app, Run& run)
+void AddWatchCommands(CLI::App& app, Run& run)
 {
-    auto settings = std::make_shared<Settings>();
-    CLI::App* const watch = app.add_subcommand("watch", "Show each detection as it happens, until interrupted");
-    watch->add_option("--count", settings->count, "End after so many")->check(CLI::PositiveNumber);
-    watch
-        ->add_option("--timeout", settings->timeoutSeconds,
-                     "End after so many seconds; 1 when less than COUNT (default: 1) was shown")
-        ->check(CLI::Range(1u, 1000000u));
-    watch->add_flag("--list", settings->list, "Show who is watching instead; 1 when nobody is");
-    watch->add_flag("--json", run.json, "Print one JSON object a line");
-    watch->callback([settings, &run] { Watch(*settings, run); });
+    const auto kept = std::make_shared<Settings>();
+    const Word watch = Word(app).Verb("watch", "Show each detection as it happens, until interrupted",
+                                      [kept, &run] { Watch(*kept, run); });
+    watch.Number("--count", kept->count, 1, 0xFFFFFFFFu, "End after so many");
+    watch.Number("--timeout", kept->timeoutSeconds, 1, 1000000,
+                 "End after so many seconds; 1 when less than COUNT (default: 1) was shown");
+    watch.Json(run);
+    const Word receivers = Word(app).Noun("receivers", "Who is told of detections");
+    receivers.Verb("list", "Print them; 1 when there are none", [&run] { ListReceivers(run); }).Json(run);
 }
 
 } // namespace vlt::ctl

@@ -2,8 +2,23 @@
 // quarantine store, the patterns, and what the service broadcasts and takes as requests.
 #include "tools/vlctl/Command.h"
 
+#include <CLI/CLI.hpp>
+
 #include <cstdio>
 #include <exception>
+
+namespace
+{
+
+int Complain(const vlt::ctl::CommandError& error)
+{
+    std::fprintf(stderr, "vlctl: %s\n", error.what());
+    if (!error.Advice().empty())
+        std::fprintf(stderr, "vlctl: %s\n", error.Advice().c_str());
+    return error.Code();
+}
+
+} // namespace
 
 int main(int argc, char** argv)
 {
@@ -12,13 +27,18 @@ int main(int argc, char** argv)
     Run run;
     CLI::App app("Operates the Veltrano Realtime Service.", "vlctl");
     app.require_subcommand(1);
-    app.footer("Exit codes: 0 done, 1 no or not found, 2 failed, 64 usage, 69 no such service, 77 permission.");
+    app.footer("Exit codes: 0 done or clean, 1 found something or no, 2 failed, 64 usage, 69 service not reachable, "
+               "77 permission; of status: 0 protected, 1 degraded, 3 not running.");
+    AddStatusCommand(app, run);
+    AddDoctorCommand(app, run);
+    AddSelftestCommand(app, run);
     AddServiceCommands(app, run);
     AddSettingsCommands(app, run);
+    AddExclusionCommands(app, run);
     AddRegistryCommands(app, run);
     AddLogCommand(app, run);
-    AddWatchCommand(app, run);
-    AddExcludeCommands(app);
+    AddWatchCommands(app, run);
+    AddProcessCommands(app);
     AddEventCommands(app);
     AddQuarantineCommands(app, run);
     AddPatternCommands(app, run);
@@ -30,13 +50,10 @@ int main(int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? ExitDone : ExitUsage;
     } catch (const CommandError& error) {
-        std::fprintf(stderr, "vlctl: %s\n", error.what());
-        return error.Code();
+        return Complain(error);
     } catch (const suite::SystemFailure& error) {
-        std::fprintf(stderr, "vlctl: %s\n", error.what());
-        return ExitFor(error.Code());
+        return Complain(CommandError(ExitFor(error.Code()), error.what()));
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "vlctl: %s\n", error.what());
-        return ExitFailed;
+        return Complain(CommandError(ExitFailed, error.what()));
     }
 }
