@@ -37,7 +37,7 @@ install(PROGRAMS ${package_folder}/linux/vlctl DESTINATION bin)
 install(FILES ${package_folder}/linux/vlntsrv.service DESTINATION lib/systemd/system)
 install(FILES ${package_folder}/linux/tmpfiles.conf DESTINATION lib/tmpfiles.d RENAME veltrano.conf)
 install(FILES ${package_folder}/linux/ArdScan.ini DESTINATION /etc/veltrano)
-install(FILES ${CMAKE_SOURCE_DIR}/README.md DESTINATION share/doc/veltrano)
+install(FILES ${CMAKE_SOURCE_DIR}/README.md ${package_folder}/linux/copyright DESTINATION share/doc/veltrano)
 install(DIRECTORY DESTINATION ${program_folder})
 set(links)
 foreach(target ${product} vlt_platform)
@@ -64,8 +64,16 @@ if(NOT CMAKE_CROSSCOMPILING AND NOT VLT_SANITIZE)
         COMMAND vlctl manual bash > ${manual}/vlctl.bash
         DEPENDS vlctl
         COMMENT "Writing the manual of vlctl" VERBATIM)
-    add_custom_target(manual ALL DEPENDS ${manual}/vlctl.8.gz ${manual}/vlctl.bash)
-    install(FILES ${manual}/vlctl.8.gz DESTINATION share/man/man8)
+    foreach(text vlntsrv.8 changelog)
+        add_custom_command(OUTPUT ${manual}/${text}.gz
+            COMMAND ${CMAKE_COMMAND} -E make_directory ${manual}
+            COMMAND gzip -9nc ${package_folder}/linux/${text} > ${manual}/${text}.gz
+            DEPENDS ${package_folder}/linux/${text} VERBATIM)
+    endforeach()
+    add_custom_target(manual ALL
+        DEPENDS ${manual}/vlctl.8.gz ${manual}/vlctl.bash ${manual}/vlntsrv.8.gz ${manual}/changelog.gz)
+    install(FILES ${manual}/vlctl.8.gz ${manual}/vlntsrv.8.gz DESTINATION share/man/man8)
+    install(FILES ${manual}/changelog.gz DESTINATION share/doc/veltrano)
     install(FILES ${manual}/vlctl.bash DESTINATION share/bash-completion/completions RENAME vlctl)
 endif()
 
