@@ -1,6 +1,6 @@
 // vlctl status, exclusions, selftest and doctor on a machine with the real service and the real scan library.
 #include "platform/Text.h"
-#include "tests/support/Support.h"
+#include "tests/tools/AnotherAccount.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -113,7 +113,16 @@ TEST(Operate, StatusSaysWhetherTheMachineIsProtectedAndWhy)
     EXPECT_EQ(machine.Exit({"status"}), 3);
     EXPECT_EQ(machine.Status()["service"], "not installed");
     EXPECT_EQ(machine.Exit({"selftest"}), 69);
+    WriteBytes(machine.File("VLEVENT.dll"), "messages");
     ASSERT_TRUE(machine.Start());
+    const std::vector<std::string> source{
+        "registry",
+        "get",
+        "SYSTEM/CurrentControlSet/Services/EventLog/Application/Veltrano Realtime Service",
+        "EventMessageFile",
+        "--view",
+        "64"};
+    EXPECT_EQ(machine.Vlctl(source).output, machine.ProgramText() + "\\VLEVENT.dll\n");
     const Result running = machine.Vlctl({"status", "--json"});
     const json status = running.Json();
     EXPECT_EQ(status["schema"], 1);
@@ -134,6 +143,31 @@ TEST(Operate, StatusSaysWhetherTheMachineIsProtectedAndWhy)
     WriteBytes(machine.File("ArdScan.status"), "{\"processId\": 1, \"mode\": \"prevention\"}");
     EXPECT_EQ(machine.Exit({"status"}), 3);
     EXPECT_EQ(machine.Status()["protection"], "not running");
+    EXPECT_EQ(machine.Exit({"service", "remove"}), 0);
+    EXPECT_EQ(machine.Exit(source), 1);
+}
+
+TEST(Operate, AnotherAccountMayLookButNotTouch)
+{
+    const Machine machine;
+    ASSERT_TRUE(machine.Start());
+    const auto exit = [&](const std::vector<std::string>& arguments) {
+        std::optional<Child> child = AsAnotherAccount(ProductFolder() / "vlctl", arguments);
+        return child ? child->Wait(kDeadline) : -2;
+    };
+    if (exit({"service", "status"}) == -2)
+        GTEST_SKIP() << "there is no other account to use";
+    EXPECT_EQ(exit({"status"}), machine.Exit({"status"}));
+    EXPECT_EQ(exit({"doctor"}), 1); // it cannot see everything
+    EXPECT_EQ(exit({"settings", "list"}), 0);
+    const std::vector<std::vector<std::string>> refused{{"service", "stop"},
+                                                        {"service", "remove"},
+                                                        {"settings", "set", "IOScanE", "off"},
+                                                        {"exclusions", "add", "/x"},
+                                                        {"registry", "delete", "Software/Veltrano"}};
+    for (const auto& arguments : refused)
+        EXPECT_EQ(exit(arguments), 77) << arguments[0] << ' ' << arguments[1];
+    EXPECT_EQ(machine.Exit({"service", "status"}), 0);
 }
 
 TEST(Operate, ExclusionsDecideWhatIsScanned)

@@ -4,6 +4,7 @@
 #include "engine/ArdScanAbi.h"
 #include "platform/Text.h"
 #include "tests/service/Installation.h"
+#include "tests/tools/AnotherAccount.h"
 
 #include <nlohmann/json.hpp>
 
@@ -32,23 +33,11 @@ int ExitOf(const std::vector<std::string>& arguments)
     return Vlctl(arguments).Wait(kDeadline);
 }
 
-// As an account without rights where that is possible, which it is for root on Linux.
+// As an account without rights where that is possible.
 Child VlctlOfAnother(const std::vector<std::string>& arguments)
 {
-    const std::filesystem::path change = "/usr/bin/setpriv";
-    std::vector<std::string> line{"--reuid=65534",
-                                  "--regid=65534",
-                                  "--clear-groups",
-                                  "/usr/bin/test",
-                                  "-x",
-                                  Installation::Built("vlctl").string()};
-    if (!Installation::HasStatusReports() || !std::filesystem::exists(change) ||
-        Child::Program(change, line).Wait(kDeadline) != 0)
-        return Vlctl(arguments);
-    std::filesystem::permissions(std::getenv("VLT_ROOT"), std::filesystem::perms(0755));
-    line.erase(line.begin() + 3, line.begin() + 5);
-    line.insert(line.end(), arguments.begin(), arguments.end());
-    return Child::Program(change, line);
+    std::optional<Child> child = AsAnotherAccount(Installation::Built("vlctl"), arguments);
+    return child ? std::move(*child) : Vlctl(arguments);
 }
 
 // What vlctl says of who is registered.

@@ -27,15 +27,14 @@ const char* UsualAdvice(Exit code)
 {
     switch (code) {
     case ExitUsage:
+    case ExitNo:
         return "see the command's --help";
     case ExitNoService:
         return "vlctl service install registers the service, vlctl service start starts it";
     case ExitNoPermission:
         return "try again as root, on Windows as an administrator";
-    case ExitFailed:
-        return "vlctl doctor looks for the cause";
     default:
-        return "";
+        return "vlctl doctor looks for the cause";
     }
 }
 
@@ -46,9 +45,10 @@ CommandError::CommandError(Exit code, const std::string& message, std::string ad
 {
 }
 
-void FailWith(DWORD systemError, const std::string& what)
+void FailWith(DWORD systemError, const std::string& what, std::string advice)
 {
-    throw CommandError(ExitFor(systemError), Format("%s: %s (%u)", what, SystemText(systemError), systemError));
+    throw CommandError(ExitFor(systemError), Format("%s: %s (%u)", what, SystemText(systemError), systemError),
+                       std::move(advice));
 }
 
 WString FolderOf(const WString& path)

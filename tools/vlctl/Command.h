@@ -42,7 +42,7 @@ private:
 Exit ExitFor(DWORD systemError);
 
 // Throws the CommandError that fits a system error code; the message is "what: text (code)".
-[[noreturn]] void FailWith(DWORD systemError, const std::string& what);
+[[noreturn]] void FailWith(DWORD systemError, const std::string& what, std::string advice = {});
 
 using suite::SystemText;
 

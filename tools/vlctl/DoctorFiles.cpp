@@ -74,6 +74,14 @@ bool IsOfTheFuture(const fs::path& file)
     return !error && time > fs::file_time_type::clock::now() + std::chrono::hours(24);
 }
 
+// False, with a finding, when there is nowhere to look.
+bool KnowsFolder(const Patient& patient, const char* check, Findings& findings)
+{
+    if (patient.folder.empty())
+        findings.Unknown(check, "the product's folder is not known", "vlctl service install");
+    return !patient.folder.empty();
+}
+
 std::uint32_t Now()
 {
     return static_cast<std::uint32_t>(std::chrono::system_clock::to_time_t(std::chrono::system_clock::now()));
@@ -83,8 +91,8 @@ std::uint32_t Now()
 
 void CheckLibraries(const Patient& patient, Findings& findings)
 {
-    if (patient.folder.empty())
-        return findings.Unknown("libraries", "the product's folder is not known", "vlctl service install");
+    if (!KnowsFolder(patient, "libraries", findings))
+        return;
     CheckLibrary(patient.folder + TEXT("ArdScan.dll"), ScanEntries, "nothing is scanned", findings);
     const WString suite = SuiteFolder();
     CheckLibrary((suite.empty() ? patient.folder : suite) + TEXT("Ksapi64.dll"), PatternEntries,
@@ -94,6 +102,8 @@ void CheckLibraries(const Patient& patient, Findings& findings)
 void CheckPatterns(const Patient& patient, Findings& findings)
 {
     constexpr const char* check = "patterns";
+    if (!KnowsFolder(patient, check, findings))
+        return;
     const fs::path folder = scan::ToHost(patient.folder);
     const auto newest = scan::LoadNewest(folder, scan::VirusStem, scan::PatternKind::Virus);
     const std::size_t count = scan::ListPatterns(folder, scan::VirusStem, scan::PatternKind::Virus).size();
@@ -126,6 +136,8 @@ void CheckClock(const Patient& patient, Findings& findings)
 void CheckDisk(const Patient& patient, Findings& findings)
 {
     constexpr const char* check = "disk";
+    if (!KnowsFolder(patient, check, findings))
+        return;
     std::error_code error;
     const fs::space_info space = fs::space(scan::ToHost(patient.folder), error);
     if (error)

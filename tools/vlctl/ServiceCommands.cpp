@@ -1,6 +1,7 @@
 // vlctl service: what the control manager knows and does.
 #include "platform/Format.h"
 #include "tools/vlctl/Answer.h"
+#include "tools/vlctl/EventSource.h"
 #include "tools/vlctl/Host.h"
 #include "tools/vlctl/ServiceManager.h"
 #include "tools/vlctl/Supervise.h"
@@ -63,7 +64,7 @@ void Install(const Settings& settings)
     }
     const DWORD attributes = GetFileAttributesW(program.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY))
-        FailWith(ERROR_FILE_NOT_FOUND, Printable(program));
+        FailWith(ERROR_FILE_NOT_FOUND, Printable(program), "name the service's program with --program");
     const ServiceHandle manager = OpenServiceManager(SC_MANAGER_CREATE_SERVICE);
     // The path is registered bare, as the service registers itself.
     const ServiceHandle service(CreateServiceW(manager.Get(), ServiceName, DisplayName, SERVICE_ALL_ACCESS,
@@ -71,7 +72,9 @@ void Install(const Settings& settings)
                                                SERVICE_AUTO_START, SERVICE_ERROR_NORMAL, program.c_str(), nullptr,
                                                nullptr, nullptr, nullptr, nullptr));
     if (!service)
-        FailWith(GetLastError(), "install");
+        FailWith(GetLastError(), "install",
+                 GetLastError() == ERROR_SERVICE_EXISTS ? "vlctl service remove takes the old registration away" : "");
+    RegisterEventSource(FolderOf(program));
     Print("installed " + Printable(program) + '\n');
     if (!RestartAfterFailure(service.Get(), RestartMilliseconds))
         Print("this host does not start it again after a crash by itself: a supervisor has to, as "
@@ -83,6 +86,7 @@ void Remove()
     const ServiceHandle service = OpenInstalledService(DELETE);
     if (!DeleteService(service.Get()))
         FailWith(GetLastError(), "remove");
+    RemoveEventSource();
     Print("removed\n");
 }
 
