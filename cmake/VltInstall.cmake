@@ -89,7 +89,8 @@ set(CPACK_PACKAGE_CONTACT "Veltrano <support@veltrano.example>")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-    "Guards files as they are opened: an infected one is refused and put into quarantine.")
+    "Guards files as they are opened: an infected one is refused and put into
+quarantine. vlctl tells whether the machine is protected and operates it.")
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
     "libc6 (>= 2.36), libstdc++6 (>= 12), libgcc-s1, libssl3, init-system-helpers (>= 1.54)")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${package_folder}/linux/postinst ${package_folder}/linux/prerm
