@@ -52,12 +52,12 @@ void CStatus::Touch()
 
 void CStatus::SetMode(std::string mode, std::string reason)
 {
-    {
-        const std::lock_guard lock(m_lock);
-        m_mode = std::move(mode);
-        m_reason = std::move(reason);
-    }
-    Touch();
+    const std::lock_guard lock(m_lock);
+    m_mode = std::move(mode);
+    m_reason = std::move(reason);
+    m_modeChanged = true;
+    m_dirty = true;
+    m_changed.notify_all();
 }
 
 void CStatus::SetFolders(std::vector<std::string> folders)
@@ -102,6 +102,7 @@ void CStatus::Run()
     for (bool first = true;; first = false) {
         m_changed.wait(lock, [&] { return m_stop || m_dirty.load() || first; });
         m_dirty = false;
+        m_modeChanged = false;
         const bool stopping = m_stop;
         const HostPath scanned = std::exchange(m_lastScanned, {});
         lock.unlock();
@@ -111,7 +112,7 @@ void CStatus::Run()
         lock.lock();
         if (stopping)
             return;
-        m_changed.wait_for(lock, std::chrono::seconds(1), [&] { return m_stop; });
+        m_changed.wait_for(lock, std::chrono::seconds(1), [&] { return m_stop || m_modeChanged; });
     }
 }
 

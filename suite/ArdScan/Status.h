@@ -80,6 +80,7 @@ private:
     std::condition_variable m_changed;
     std::atomic<bool> m_dirty{false};
     bool m_stop = false;
+    bool m_modeChanged = false; // whoever asks right after a start is not to wait for the next second
     HostPath::string_type m_lastScanned;
     std::string m_mode = "stopped";
     std::string m_reason;
