@@ -57,23 +57,26 @@ TEST(ScanLibrary, AFailedReloadLeavesTheOldPatternsInForce)
     };
     const struct {
         std::uint32_t kind;
-        const char* stem;
-        const char* head;
+        std::string stem, head;
     } kinds[] = {{AS_RELOAD_VIRUS, "ptf$qrv", ""},
                  {AS_RELOAD_SPYWARE, "ptf$spy", "kind spyware\n"},
                  {AS_RELOAD_PACKER, "ptf$pck", "kind packer\n"}};
     const TempFolder files;
     WriteBytes(files.HostPath("found"), ThreatText);
-    for (const auto& [kind, stem, head] : kinds) {
-        const std::string second = std::string(stem) + ".002", third = std::string(stem) + ".003";
+    for (const auto& each : kinds) {
+        const std::uint32_t kind = each.kind;
+        const std::string second = each.stem + ".002", third = each.stem + ".003";
         const auto older = library.Folder().HostPath(second), file = library.Folder().HostPath(third);
-        const std::string signature = std::string("text Found") + (kind == AS_RELOAD_SPYWARE ? " adware \"" : " \"");
+        const auto signatures = [&](const std::string& version) {
+            return each.head + "version " + version + "\ntext Found" +
+                   (kind == AS_RELOAD_SPYWARE ? " adware \"" : " \"") + ThreatText + "\"\n";
+        };
         if (kind != AS_RELOAD_VIRUS) {
             EXPECT_EQ(reload(kind), AS_E_PATTERN); // there is none yet
         }
-        library.WritePatterns(second.c_str(), head + ("version 200\n" + signature + ThreatText) + "\"\n");
+        library.WritePatterns(second.c_str(), signatures("200"));
         EXPECT_EQ(reload(kind), AS_OK);
-        library.WritePatterns(third.c_str(), head + ("version 300\n" + signature + ThreatText) + "\"\n");
+        library.WritePatterns(third.c_str(), signatures("300"));
         const auto fails = [&](const char* how) {
             EXPECT_EQ(reload(kind), AS_E_PATTERN) << how;
             EXPECT_EQ(reload(AS_RELOAD_ALL), AS_E_PATTERN) << how;
