@@ -142,9 +142,13 @@ std::u16string Utf16FromUtf8(std::string_view text)
 
 std::string Utf8FromUtf16(std::u16string_view text)
 {
-    std::string out;
-    out.reserve(text.size() + text.size() / 2);
-    for (std::size_t i = 0; i < text.size(); ++i) {
+    // Most texts are names of plain letters.
+    const auto plain = std::find_if(text.begin(), text.end(), [](char16_t unit) { return unit >= 0x80; });
+    std::string out(static_cast<std::size_t>(plain - text.begin()), '\0');
+    std::transform(text.begin(), plain, out.begin(), [](char16_t unit) { return static_cast<char>(unit); });
+    if (plain != text.end())
+        out.reserve(text.size() + text.size() / 2);
+    for (std::size_t i = out.size(); i < text.size(); ++i) {
         const char32_t unit = text[i];
         if (IsHigh(unit) && i + 1 < text.size() && IsLow(text[i + 1]))
             AppendUtf8(out, 0x10000 + ((unit - 0xD800) << 10) + (char32_t{text[++i]} - 0xDC00));

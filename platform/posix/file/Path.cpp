@@ -170,11 +170,20 @@ std::string HostName(std::u16string_view name)
 std::u16string FullPath::Text() const
 {
     std::u16string text{drive, u':'};
+    text.reserve(TextLength());
     for (const std::u16string& name : names)
         (text += u'\\') += name;
     if (names.empty() || trailingSlash)
         text += u'\\';
     return text;
+}
+
+std::size_t FullPath::TextLength() const noexcept
+{
+    std::size_t length = 2;
+    for (const std::u16string& name : names)
+        length += 1 + name.size();
+    return length + (names.empty() || trailingSlash ? 1 : 0);
 }
 
 std::string FullPath::DriveFolder() const
@@ -225,12 +234,13 @@ std::optional<FullPath> ParsePath(std::u16string_view text, std::size_t limit)
         path.drive = drive;
     AppendNames(path.names, text, literal);
     path.trailingSlash = !path.names.empty() && !text.empty() && IsSeparator(text.back());
-    if (!literal && limit != 0 && path.Text().size() >= limit)
+    if (!literal && limit != 0 && path.TextLength() >= limit)
         return Fail(ERROR_PATH_NOT_FOUND);
+    constexpr std::size_t BytesOfUnit = 3; // at most
     for (const std::u16string& name : path.names) {
         if (literal && (name == u"." || name == u".." || name.find(u'/') != std::u16string::npos))
             return Fail(ERROR_INVALID_NAME);
-        if (HostName(name).size() > NAME_MAX)
+        if (name.size() > NAME_MAX / BytesOfUnit && HostName(name).size() > NAME_MAX)
             return Fail(ERROR_INVALID_NAME);
     }
     return path;

@@ -42,7 +42,8 @@ struct FullPath {
     std::vector<std::u16string> names;
     bool trailingSlash = false;
 
-    std::u16string Text() const;       // "C:\a\b"; the root and a path with a trailing slash end in one
+    std::u16string Text() const; // "C:\a\b"; the root and a path with a trailing slash end in one
+    std::size_t TextLength() const noexcept;
     std::string ExactHostPath() const; // as the host would have it were every name exact
     std::string DriveFolder() const;   // host folder of the drive, without a trailing slash ("" for Z:)
 };
