@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -22,10 +23,6 @@ BOOL WINAPI Handle(DWORD event)
 }
 
 } // namespace
-
-#ifndef _WIN32
-
-#include <csignal>
 
 static BOOL WINAPI Decline(DWORD)
 {
@@ -79,5 +76,3 @@ TEST(ControlHandler, AHandledCtrlCIsOverAndACloseEndsTheProgram)
         EXPECT_EQ(child.Wait(20000), each.exit);
     }
 }
-
-#endif
