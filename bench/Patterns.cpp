@@ -74,7 +74,6 @@ Milliseconds LongestOpen(const std::vector<std::string>& files, Done&& done)
 void Reloads(const std::vector<std::string>& files, const fs::path& program)
 {
     constexpr int Rounds = 5;
-    std::vector<double> ratios;
     const vlt::KernelHandle reload(OpenEventW(EVENT_MODIFY_STATE, FALSE, TEXT("Global\\Event_Reload_Ksapi")));
     if (!reload)
         std::abort();
