@@ -33,17 +33,14 @@ public:
             if (IsInstalled(entry.path()))
                 fs::copy_file(entry.path(), m_program.HostPath(entry.path().filename().string()));
         WriteBytes(m_program.HostPath("ArdScan.ini"), "[Guard]\r\nFolder0=" + GuardedText() + "\r\n");
-        Vlctl({"service", "stop"}); // on Windows there may be one of another test
-        Vlctl({"service", "remove"});
-        for (const char* key : {"Exception", "RealTimeScan", "Rollback", "ScanInfo"})
-            Vlctl({"registry", "delete", std::string("Software/Veltrano/Ardentis/15/") + key});
+        Clear(); // on Windows there may be something of another test
         Vlctl({"registry", "set", "Software/Veltrano/Ardentis", "Application Path", ProgramText() + '\\'});
         Vlctl({"settings", "set", "Action", "2"});
     }
     ~Machine()
     {
-        Vlctl({"service", "stop"});
-        Vlctl({"service", "remove"});
+        Clear();
+        Vlctl({"registry", "delete", "Software/Veltrano/Ardentis", "Application Path"});
     }
     Machine(const Machine&) = delete;
     Machine& operator=(const Machine&) = delete;
@@ -86,6 +83,14 @@ private:
         const std::set<std::string> names{"vlntsrv",          "Vlntsrv.exe", "vlctl",       "vlctl.exe",
                                           "libvlplatform.so", "ArdScan.dll", "Ksapi64.dll", "ptf$qrv.001"};
         return names.contains(file.filename().string());
+    }
+
+    void Clear() const
+    {
+        Vlctl({"service", "stop"});
+        Vlctl({"service", "remove"});
+        for (const char* key : {"Exception", "RealTimeScan", "Rollback", "ScanInfo"})
+            Vlctl({"registry", "delete", std::string("Software/Veltrano/Ardentis/15/") + key});
     }
 
     const TempFolder m_program;

@@ -112,6 +112,8 @@ TEST(Vlctl, RegistryKeepsEveryTypeInItsView)
 
 TEST(Vlctl, SettingsFollowTheServicesRules)
 {
+    // On Windows there is one registry for all tests.
+    Vlctl({"registry", "delete", "Software/Veltrano/Ardentis/15/RealTimeScan"});
     ASSERT_EQ(Vlctl({"settings", "set", "ioscane", "off"}).exit, 0);
     DWORD type = 0;
     const std::string stored = Bytes(KEY_WOW64_32KEY, vlt::kRealTimeScanKey, TEXT("IOScanE"), type);
