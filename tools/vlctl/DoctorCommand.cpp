@@ -1,5 +1,6 @@
 // vlctl doctor: what is wrong with this machine's protection, and what to do about it.
 #include "platform/Format.h"
+#include "suite/Common/HostPath.h"
 #include "tools/vlctl/Doctor.h"
 #include "tools/vlctl/Machine.h"
 #include "tools/vlctl/ServiceManager.h"
@@ -7,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 
 namespace vlt::ctl
 {
@@ -36,6 +38,14 @@ void CheckService(Patient& patient, Findings& findings)
     findings.Ok(check, Format("running, process %u", patient.process));
 }
 
+// A folder may have two names, as one in drive C: of a machine root has.
+bool IsSameFolder(const WString& one, const WString& other)
+{
+    std::error_code ignored;
+    return lstrcmpiW(one.c_str(), other.c_str()) == 0 ||
+           std::filesystem::equivalent(scan::ToHost(one), scan::ToHost(other), ignored);
+}
+
 void CheckSuiteFolder(const Patient& patient, Findings& findings)
 {
     constexpr const char* check = "folders";
@@ -43,7 +53,7 @@ void CheckSuiteFolder(const Patient& patient, Findings& findings)
     if (suite.empty())
         findings.Problem(check, "the registry does not say where the suite is: patterns cannot be rolled back",
                          "vlctl registry set HKLM\\Software\\Veltrano\\Ardentis 'Application Path' FOLDER");
-    else if (!patient.folder.empty() && lstrcmpiW(suite.c_str(), patient.folder.c_str()) != 0)
+    else if (!patient.folder.empty() && !IsSameFolder(suite, patient.folder))
         findings.Warning(check,
                          "the suite is in " + Printable(suite) + ", but its service in " + Printable(patient.folder),
                          "correct the value Application Path of HKLM\\Software\\Veltrano\\Ardentis");
