@@ -3,6 +3,7 @@
 #include "suite/Channel/SharedObjects.h"
 #include "tools/vlctl/Command.h"
 #include "tools/vlctl/EventLogTail.h"
+#include "tools/vlctl/ServiceManager.h"
 #include "tools/vlctl/Text.h"
 
 #include <thread>
@@ -64,20 +65,39 @@ private:
     std::thread m_thread;
 };
 
+bool IsServiceAlive()
+{
+    return IsServiceInstalled() &&
+           QueryService(OpenInstalledService(SERVICE_QUERY_STATUS)).dwCurrentState != SERVICE_STOPPED;
+}
+
+// Null when nobody listens, and nobody is about to: the service makes the event on a thread of idle priority, which on
+// a busy machine comes long after it has reported to run.
+KernelHandle OpenWhenListenedTo(const WString& name, ULONGLONG end)
+{
+    for (;;) {
+        KernelHandle signal(OpenEventW(EVENT_MODIFY_STATE, FALSE, name.c_str()));
+        if (signal)
+            return signal;
+        if (GetLastError() != ERROR_FILE_NOT_FOUND)
+            FailWith(GetLastError(), Printable(name));
+        if (GetTickCount64() >= end || !IsServiceAlive())
+            return signal;
+        Sleep(LookMilliseconds);
+    }
+}
+
 } // namespace
 
 ReloadResult ReloadPatterns(const char* event, DWORD milliseconds)
 {
+    const ULONGLONG start = GetTickCount64();
     const WString name = GlobalName(event);
-    const KernelHandle signal(OpenEventW(EVENT_MODIFY_STATE, FALSE, name.c_str()));
-    if (!signal) {
-        if (GetLastError() != ERROR_FILE_NOT_FOUND)
-            FailWith(GetLastError(), Printable(name));
-        return {ReloadOutcome::NotRunning, {}};
-    }
+    const KernelHandle signal = OpenWhenListenedTo(name, start + milliseconds);
+    if (!signal)
+        return {IsServiceAlive() ? ReloadOutcome::NoAnswer : ReloadOutcome::NotRunning, {}};
     EventLogTail log;
     const PulseWatch watch;
-    const ULONGLONG start = GetTickCount64();
     ULONGLONG asked = 0;
     do {
         // The first pulse is lost when the watch was not waiting yet. By the second time it is.
