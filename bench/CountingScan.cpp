@@ -92,3 +92,25 @@ AS_EXPORT std::int32_t WINAPI ASDeInitScan(AsHandle)
 {
     return 1;
 }
+
+// Never called, but the service takes no library without them.
+AS_EXPORT std::int32_t WINAPI ASScanFileW(AsHandle, const WCHAR*)
+{
+    return 0;
+}
+AS_EXPORT std::int32_t WINAPI ASManualActionW(AsHandle, const WCHAR*, std::uint32_t)
+{
+    return 0;
+}
+AS_EXPORT std::int32_t WINAPI ASGetFirstVirusInfo(AsHandle, std::uint64_t*, AsVirusInfo*)
+{
+    return 0;
+}
+AS_EXPORT std::int32_t WINAPI ASGetNextVirusInfo(AsHandle, std::uint64_t*, AsVirusInfo*)
+{
+    return 0;
+}
+AS_EXPORT std::int32_t WINAPI ASGetVirusInfo(AsHandle, std::uint32_t, AsVirusInfo*)
+{
+    return 0;
+}

@@ -74,9 +74,11 @@ Milliseconds LongestOpen(const std::vector<std::string>& files, Done&& done)
 void Reloads(const std::vector<std::string>& files, const fs::path& program)
 {
     constexpr int Rounds = 5;
-    const vlt::KernelHandle reload(OpenEventW(EVENT_MODIFY_STATE, FALSE, TEXT("Global\\Event_Reload_Ksapi")));
-    if (!reload)
-        std::abort();
+    vlt::KernelHandle reload; // of an idle thread, which makes it a while after the start
+    while (!reload) {
+        reload.Reset(OpenEventW(EVENT_MODIFY_STATE, FALSE, TEXT("Global\\Event_Reload_Ksapi")));
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     for (std::uint32_t round = 0; round < Rounds; ++round) {
         const std::uint32_t version = 1100 + 100 * round;
         const fs::path file = program / ("ptf$qrv.0" + std::to_string(version / 100));

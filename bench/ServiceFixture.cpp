@@ -28,6 +28,7 @@ constexpr WCHAR Name[] = TEXT("Vlntsrv");
 void LayOut(const fs::path& program, const fs::path& guarded, const char* scanLibrary)
 {
     const fs::path built = fs::read_symlink("/proc/self/exe").parent_path();
+    fs::remove_all(program); // of an earlier fixture, with its patterns
     fs::create_directories(program);
     for (const auto& entry : fs::directory_iterator(built)) {
         const std::string name = entry.path().filename().string();

@@ -10,6 +10,7 @@
 #include <string>
 #include <sys/inotify.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 
 namespace fs = std::filesystem;
@@ -52,9 +53,11 @@ template <typename Hear>
 pid_t Listener(Hear hear)
 {
     const pid_t child = fork();
-    if (child == 0)
+    if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         for (;;)
             hear();
+    }
     return child;
 }
 
