@@ -144,6 +144,7 @@ TEST_F(PatternCommand, PlaysTheUpdater)
     for (const json& file : list["files"])
         states += file["file"].get<std::string>() + ' ' + file["state"].get<std::string>() + '\n';
     EXPECT_EQ(states, "ptf$qrv.001 newest\nrb_ptf$qrv.002 rolled back\nptf$spy.007 newest\n");
+    EXPECT_EQ(list["schema"], 1);
     EXPECT_EQ(list["loaded"]["virus"], "100");
     EXPECT_EQ(Patterns({"restore"}).exit, 0);
     EXPECT_EQ(service.Ini("Info", "Pattern"), "200");

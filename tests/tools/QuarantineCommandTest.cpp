@@ -107,6 +107,7 @@ TEST(QuarantineCommand, HostileAndTornRecordsAreListedAndNeverFollowed)
     std::set<std::string> ids;
     for (const std::string& line : store.Vlctl({"list", "--json"}).lines) {
         const json entry = json::parse(line, nullptr, false);
+        EXPECT_EQ(entry["schema"], 1) << line;
         EXPECT_EQ(entry["size"].is_null(), entry["name"] != "1.tmp") << line;
         ids.insert(entry["id"]);
     }
