@@ -93,6 +93,10 @@ TEST(FileManageTest, TemporaryFilesAreMadeAndUnique)
         EXPECT_EQ(name.substr(0, 3) == TEXT("abc"), i % 2 != 0);
         EXPECT_TRUE(names.insert(path).second);
     }
+    WCHAR path[MAX_PATH] = {};
+    ASSERT_NE(GetTempPathW(MAX_PATH, path), 0u);
+    EXPECT_EQ(path[lstrlenW(path) - 1], TEXT('\\'));
+    EXPECT_NE(GetFileAttributesW(path) & FILE_ATTRIBUTE_DIRECTORY, 0u);
 }
 
 #ifndef _WIN32

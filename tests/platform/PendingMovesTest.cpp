@@ -33,8 +33,8 @@ protected:
     std::string Content(const char* name) { return ReadBytes(m_folder.HostPath(name)); }
     bool Move(const char* from, const char* to, DWORD flags = MOVEFILE_REPLACE_EXISTING)
     {
-        const WString target = to ? m_folder.PathW(to) : WString();
-        return MoveFileExW(m_folder.PathW(from).c_str(), to ? target.c_str() : nullptr,
+        const std::string target = to ? ToNarrow(m_folder.PathW(to)) : "";
+        return MoveFileExA(ToNarrow(m_folder.PathW(from)).c_str(), to ? target.c_str() : nullptr,
                            flags | MOVEFILE_DELAY_UNTIL_REBOOT) != FALSE;
     }
     // Lines of the event log that report a failed move.

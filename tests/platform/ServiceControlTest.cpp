@@ -85,6 +85,51 @@ VLT_CHILD(notEvenTrying)
     return 3;
 }
 
+TEST_F(ServiceControl, RegistrationIsKept)
+{
+    EXPECT_FALSE(Open(SERVICE_QUERY_CONFIG));
+    EXPECT_EQ(ERROR_SERVICE_DOES_NOT_EXIST, GetLastError());
+    const WString command = ProgramCommand("service");
+    const auto create = [&](SC_HANDLE manager) {
+        return ServiceHandle(CreateServiceW(manager, m_name.c_str(), TEXT("Display \u00E9"), SERVICE_ALL_ACCESS,
+                                            SERVICE_WIN32_OWN_PROCESS | SERVICE_INTERACTIVE_PROCESS, SERVICE_AUTO_START,
+                                            SERVICE_ERROR_NORMAL, command.c_str(), nullptr, nullptr, nullptr, nullptr,
+                                            nullptr));
+    };
+    const ServiceHandle reader(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+    EXPECT_FALSE(create(reader.Get()));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
+    m_service = create(m_manager.Get());
+    ASSERT_TRUE(m_service);
+    EXPECT_FALSE(create(m_manager.Get()));
+    EXPECT_EQ(ERROR_SERVICE_EXISTS, GetLastError());
+
+    DWORD needed = 0;
+    EXPECT_FALSE(QueryServiceConfigW(m_service.Get(), nullptr, 0, &needed));
+    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, GetLastError());
+    std::vector<std::uint64_t> buffer(needed / 8 + 1);
+    auto* const config = reinterpret_cast<LPQUERY_SERVICE_CONFIGW>(buffer.data());
+    ASSERT_TRUE(QueryServiceConfigW(m_service.Get(), config, needed, &needed));
+    EXPECT_EQ(DWORD{SERVICE_WIN32_OWN_PROCESS | SERVICE_INTERACTIVE_PROCESS}, config->dwServiceType);
+    EXPECT_EQ(DWORD{SERVICE_AUTO_START}, config->dwStartType);
+    EXPECT_EQ(DWORD{SERVICE_ERROR_NORMAL}, config->dwErrorControl);
+    EXPECT_EQ(command, config->lpBinaryPathName);
+    EXPECT_EQ(WString(TEXT("Display \u00E9")), config->lpDisplayName);
+
+    ServiceHandle opened = Open(SERVICE_QUERY_CONFIG);
+    ASSERT_TRUE(opened);
+    EXPECT_FALSE(StartServiceW(opened.Get(), 0, nullptr));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
+    const SC_HANDLE closed = opened.Release();
+    EXPECT_TRUE(CloseServiceHandle(closed));
+    EXPECT_FALSE(CloseServiceHandle(closed));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
+    EXPECT_TRUE(DeleteService(m_service.Get()));
+    m_service.Reset();
+    EXPECT_TRUE(Eventually(20000, [&] { return !Open(SERVICE_QUERY_CONFIG); }));
+    EXPECT_EQ(ERROR_SERVICE_DOES_NOT_EXIST, GetLastError());
+}
+
 TEST_F(ServiceControl, StartsIsControlledAndStops)
 {
     EXPECT_FAILS(Open(SERVICE_QUERY_CONFIG), ERROR_SERVICE_DOES_NOT_EXIST);

@@ -43,12 +43,16 @@ TEST(TextTest, CopiesEndAndComparisonsIgnoreCase)
     WCHAR wide[5] = TEXT("1234");
     lstrcpynW(wide, TEXT("abcdef"), 3);
     EXPECT_EQ(WString(wide, 4), (WString{TEXT('a'), TEXT('b'), 0, TEXT('4')})); // no padding
+    char narrow[4];
+    EXPECT_EQ(lstrcpynA(narrow, "xy", 4), narrow);
+    EXPECT_EQ(lstrlenA(narrow) + lstrlenW(TEXT("abc")) + lstrlenW(nullptr), 5);
     vlt::CopyToField(wide, WStringView(TEXT("x")));
     EXPECT_EQ(WString(wide, 5), WString(TEXT("x\0\0\0\0"), 5)); // all of it
     WCHAR text[] = TEXT("-InStall \u00C4\u0416\u00DF1");
     EXPECT_EQ(CharLowerBuffW(text, 12), 12u);
     EXPECT_EQ(WString(text), TEXT("-install \u00E4\u0436\u00DF1"));
     EXPECT_EQ(lstrcmpiW(TEXT("Real\u00C4"), TEXT("rEAL\u00E4")), 0);
+    EXPECT_EQ(lstrcmpiA("Abc", "aBC"), 0);
     EXPECT_LT(lstrcmpW(TEXT("a"), TEXT("b")), 0);
 }
 

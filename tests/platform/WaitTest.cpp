@@ -57,6 +57,7 @@ TEST(Wait, ManyObjectsAndOneHandleTwice)
     SetEvent(handles[62]);
     EXPECT_EQ(twice.Result(), WAIT_OBJECT_0 + 61);
     EXPECT_EQ(WaitForMultipleObjects(64, handles.data(), FALSE, 1), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForSingleObjectEx(handles[0], 1, TRUE), WAIT_TIMEOUT);
 }
 
 TEST(Wait, ClosingTheHandleNeitherEndsNorFailsTheWait)
