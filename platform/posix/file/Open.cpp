@@ -51,6 +51,19 @@ Step FailWith(DWORD code) noexcept
     return Step::Failed;
 }
 
+Step TakeShares(const Fd& descriptor, DWORD access, DWORD share)
+{
+    switch (AcquireShareLocks(descriptor.Get(), access, share)) {
+    case ShareResult::Conflict:
+        return FailWith(ERROR_SHARING_VIOLATION);
+    case ShareResult::Deleted:
+        return Step::Again;
+    case ShareResult::Granted:
+        break;
+    }
+    return Step::Opened;
+}
+
 Step OpenExisting(const std::string& host, const OpenRequest& request, SharedDescriptor& result)
 {
     Fd descriptor(open(host.c_str(), OpenFlags(request)));
@@ -69,14 +82,8 @@ Step OpenExisting(const std::string& host, const OpenRequest& request, SharedDes
     if (!S_ISREG(status.st_mode) || (changes && IsReadOnly(status)))
         return FailWith(ERROR_ACCESS_DENIED);
     const DWORD access = request.access | (Truncates(request) ? GENERIC_WRITE : 0);
-    switch (AcquireShareLocks(descriptor.Get(), access, request.share)) {
-    case ShareResult::Conflict:
-        return FailWith(ERROR_SHARING_VIOLATION);
-    case ShareResult::Deleted:
-        return Step::Again;
-    case ShareResult::Granted:
-        break;
-    }
+    if (const Step step = TakeShares(descriptor, access, request.share); step != Step::Opened)
+        return step;
     result = SharedDescriptor(std::move(descriptor));
     if (Truncates(request) && ftruncate(result.Get(), 0) != 0)
         return FailWith(ErrorFromErrno(errno));
@@ -99,14 +106,8 @@ Step CreateNew(const FullPath& path, const FoundPath& found, const OpenRequest& 
             return access(found.host.c_str(), F_OK) == 0 ? Step::Again : FailWith(ERROR_ACCESS_DENIED);
         return FailWith(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
     }
-    switch (AcquireShareLocks(descriptor.Get(), request.access, request.share)) {
-    case ShareResult::Conflict:
-        return FailWith(ERROR_SHARING_VIOLATION);
-    case ShareResult::Deleted:
-        return Step::Again;
-    case ShareResult::Granted:
-        break;
-    }
+    if (const Step step = TakeShares(descriptor, request.access, request.share); step != Step::Opened)
+        return step;
     result = SharedDescriptor(std::move(descriptor));
     return Step::Opened;
 }

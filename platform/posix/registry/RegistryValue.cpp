@@ -64,51 +64,51 @@ void Terminate(const ValueView& view, LPBYTE buffer, DWORD room)
         std::memset(buffer + size, 0, sizeof(WCHAR));
 }
 
+// Finds the value and has `put` give its data to the caller.
+template <typename Put>
+LSTATUS Query(HKEY key, WStringView name, const DWORD* reserved, LPDWORD type, const BYTE* data, const DWORD* size,
+              Put&& put)
+{
+    if (reserved || (data && !size))
+        return ERROR_INVALID_PARAMETER;
+    const KeyRef from(key, KEY_QUERY_VALUE);
+    if (from.Status() != ERROR_SUCCESS)
+        return from.Status();
+    ValueBuffer buffer;
+    ValueView view;
+    const LSTATUS status = ReadValue(from.Folder(), name, buffer, view);
+    if (status != ERROR_SUCCESS)
+        return status;
+    if (type)
+        *type = view.type;
+    return put(view);
+}
+
 } // namespace
 
 LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size)
 {
-    if (reserved || (data && !size))
-        return ERROR_INVALID_PARAMETER;
-    const KeyRef from(key, KEY_QUERY_VALUE);
-    if (from.Status() != ERROR_SUCCESS)
-        return from.Status();
-    ValueBuffer buffer;
-    ValueView view;
-    LSTATUS status = ReadValue(from.Folder(), View(name), buffer, view);
-    if (status != ERROR_SUCCESS)
+    return Query(key, View(name), reserved, type, data, size, [&](const ValueView& view) {
+        const DWORD room = size ? *size : 0;
+        const LSTATUS status = PutData(view.data, data, size);
+        Terminate(view, data, room);
         return status;
-    if (type)
-        *type = view.type;
-    const DWORD room = size ? *size : 0;
-    status = PutData(view.data, data, size);
-    Terminate(view, data, room);
-    return status;
+    });
 }
 
 LSTATUS RegQueryValueExA(HKEY key, LPCSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size)
 {
-    if (reserved || (data && !size))
-        return ERROR_INVALID_PARAMETER;
-    const KeyRef from(key, KEY_QUERY_VALUE);
-    if (from.Status() != ERROR_SUCCESS)
-        return from.Status();
-    ValueBuffer buffer;
-    ValueView view;
-    const LSTATUS status = ReadValue(from.Folder(), Utf16FromUtf8(name ? name : ""), buffer, view);
-    if (status != ERROR_SUCCESS)
+    return Query(key, Utf16FromUtf8(name ? name : ""), reserved, type, data, size, [&](const ValueView& view) {
+        if (!IsText(view.type))
+            return PutData(view.data, data, size);
+        WString units;
+        const std::string text = Utf8FromUtf16(Units(view.data, units));
+        const DWORD room = size ? *size : 0;
+        const LSTATUS status = PutData(std::as_bytes(std::span(text)), data, size);
+        if (data && room > text.size() && (text.empty() || text.back() != '\0'))
+            data[text.size()] = 0;
         return status;
-    if (type)
-        *type = view.type;
-    if (!IsText(view.type))
-        return PutData(view.data, data, size);
-    WString units;
-    const std::string text = Utf8FromUtf16(Units(view.data, units));
-    const DWORD room = size ? *size : 0;
-    const LSTATUS put = PutData(std::as_bytes(std::span(text)), data, size);
-    if (data && room > text.size() && (text.empty() || text.back() != '\0'))
-        data[text.size()] = 0;
-    return put;
+    });
 }
 
 LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data, DWORD size)
