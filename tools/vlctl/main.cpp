@@ -18,6 +18,16 @@ int Complain(const vlt::ctl::CommandError& error)
     return error.Code();
 }
 
+// A word that is no command is taken for a missing one.
+std::string WhatIsWrong(const CLI::App* app, const CLI::Error& error)
+{
+    const std::string usual = CLI::FailureMessage::simple(app, error);
+    const std::vector<std::string> unknown = app->remaining(true);
+    if (dynamic_cast<const CLI::RequiredError*>(&error) == nullptr || unknown.empty())
+        return usual;
+    return "There is no command \"" + unknown.front() + "\"." + usual.substr(usual.find('\n'));
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -27,6 +37,7 @@ int main(int argc, char** argv)
     Run run;
     CLI::App app("Operates the Veltrano Realtime Service.", "vlctl");
     app.require_subcommand(1);
+    app.failure_message(WhatIsWrong);
     app.footer("Exit codes: 0 done or clean, 1 found something or no, 2 failed, 64 usage, 69 service not reachable, "
                "77 permission; of status: 0 protected, 1 degraded, 3 not running.");
     AddStatusCommand(app, run);
