@@ -25,7 +25,7 @@ TEST(Examples, AReceiverHearsWhatTheEngineReportsAndAnUpdaterOfTheReload)
 
     Child receiver = Child::Program(Example("example_receiver"), {"1"});
     const SharedSection list(std::string("Global\\") + kVirusFoundChannel + kNotifyListSuffix, 1);
-    ASSERT_TRUE(Eventually(20000, [&] { return list.Number(0).load() != 0; }));
+    ASSERT_TRUE(Eventually(20000, [&] { return list.NamesSection(0); }));
     std::filesystem::create_directory(service.File("Inbox"));
     WriteBytes(service.File("Inbox/some.bad"), "");
     EXPECT_EQ(receiver.ReadLine(), "Example.Bad in " + service.FolderText() + "Inbox\\some.bad");

@@ -65,7 +65,7 @@ TEST(ServiceChannels, AReceiverThatKeepsItsMessageHoldsBackOthersAndTheStopUntil
     ASSERT_TRUE(service.Reaches(SERVICE_RUNNING));
     Child watcher = Vlctl({"watch", "--json", "--count", "2"});
     const SharedSection list(kChannel + kNotifyListSuffix, 1);
-    ASSERT_TRUE(Eventually(20000, [&] { return list.Number(0).load() != 0; }));
+    ASSERT_TRUE(Eventually(20000, [&] { return list.NamesSection(0); }));
     Child stuck("stuck");
     EXPECT_EQ(stuck.ReadLine(), "ready");
     WriteBytes(service.File("detect.go"), "");

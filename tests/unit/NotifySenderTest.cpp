@@ -28,7 +28,8 @@ TEST(NotifySender, LosesNothingAndKeepsTheOrder)
         watchers.push_back(
             Child::Program(ProductFolder() / VLT_VLCTL, {"watch", "--json", "--count", std::to_string(kMessages)}));
     }
-    ASSERT_TRUE(Eventually(kDeadline, [&] { return list.Number(2 * kNotifySlotSize / 4).load() != 0; }));
+    for (std::size_t i = 0; i < watchers.size(); ++i)
+        ASSERT_TRUE(Eventually(kDeadline, [&] { return list.NamesSection(i * kNotifySlotSize); }));
     AsDetectionRecord record{};
     for (; record.processId <= kMessages; ++record.processId) // the last may wait for one more
         ASSERT_TRUE(sender.Notify(&record, sizeof record));

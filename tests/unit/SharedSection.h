@@ -26,6 +26,13 @@ public:
     {
         return std::atomic_ref<std::uint32_t>(static_cast<std::uint32_t*>(m_view.Get())[index]);
     }
+    // A name that is being written leads nowhere yet, and whoever finds it so may take it away.
+    bool NamesSection(std::size_t offset) const
+    {
+        const std::string name = Bytes() + offset;
+        const std::string global = name.starts_with("Global\\") ? name : "Global\\" + name;
+        return !name.empty() && KernelHandle(OpenFileMappingA(FILE_MAP_READ, FALSE, global.c_str()));
+    }
 
 private:
     KernelHandle m_mapping;
