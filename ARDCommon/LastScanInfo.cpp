@@ -1,31 +1,32 @@
 #include "ARDCommon/LastScanInfo.h"
 
 #include "ARDCommon/Registry.h"
+#include "ARDCommon/ScanInfoFormat.h"
 
 namespace
 {
 
-constexpr WCHAR kKey[] = TEXT("Software\\Veltrano\\Ardentis\\15\\ScanInfo");
+using namespace vlt::ScanInfoValue;
 
 void WriteNumber(LPCWSTR name, DWORD value)
 {
-    vlt::SetRegDword(HKEY_LOCAL_MACHINE, kKey, name, value);
+    vlt::SetRegDword(HKEY_LOCAL_MACHINE, vlt::kScanInfoKey, name, value);
 }
 
 void WriteText(LPCWSTR name, const WString& text)
 {
-    vlt::SetRegString(HKEY_LOCAL_MACHINE, kKey, name, text.c_str());
+    vlt::SetRegString(HKEY_LOCAL_MACHINE, vlt::kScanInfoKey, name, text.c_str());
 }
 
 DWORD ReadNumber(LPCWSTR name, DWORD fallback)
 {
-    return vlt::GetRegDword(HKEY_LOCAL_MACHINE, kKey, name, fallback);
+    return vlt::GetRegDword(HKEY_LOCAL_MACHINE, vlt::kScanInfoKey, name, fallback);
 }
 
 WString ReadText(LPCWSTR name)
 {
     WCHAR buffer[MAX_PATH] = {}; // of which the reader fills at most half
-    vlt::GetRegString(HKEY_LOCAL_MACHINE, kKey, name, TEXT(""), buffer, MAX_PATH);
+    vlt::GetRegString(HKEY_LOCAL_MACHINE, vlt::kScanInfoKey, name, TEXT(""), buffer, MAX_PATH);
     return buffer;
 }
 
@@ -35,10 +36,10 @@ int CLastScanInfo::SetLastScanInfo(const LastScanRecord* record) const
 {
     if (record == nullptr)
         return 0;
-    WriteNumber(TEXT("LastScanType"), record->type);
+    WriteNumber(LastScanType, record->type);
     if (record->type != 0)
-        WriteNumber(TEXT("LastScanTime"), record->time);
-    WriteText(TEXT("LastScanFile"), record->file);
+        WriteNumber(LastScanTime, record->time);
+    WriteText(LastScanFile, record->file);
     return 1;
 }
 
@@ -46,10 +47,10 @@ int CLastScanInfo::SetLastDetectInfo(const LastDetectRecord* record) const
 {
     if (record == nullptr)
         return 0;
-    WriteNumber(TEXT("LastDetectType"), record->type);
-    WriteNumber(TEXT("LastDetectTime"), record->time);
-    WriteText(TEXT("LastDetectFile"), record->file);
-    WriteText(TEXT("LastDetectVirus"), record->threat);
+    WriteNumber(LastDetectType, record->type);
+    WriteNumber(LastDetectTime, record->time);
+    WriteText(LastDetectFile, record->file);
+    WriteText(LastDetectVirus, record->threat);
     return 1;
 }
 
@@ -57,9 +58,9 @@ int CLastScanInfo::GetLastScanInfo(LastScanRecord* record) const
 {
     if (record == nullptr)
         return 0;
-    record->type = ReadNumber(TEXT("LastScanType"), kNeverWritten);
-    record->time = ReadNumber(TEXT("LastScanTime"), 0);
-    record->file = ReadText(TEXT("LastScanFile"));
+    record->type = ReadNumber(LastScanType, kNeverWritten);
+    record->time = ReadNumber(LastScanTime, 0);
+    record->file = ReadText(LastScanFile);
     return 1;
 }
 
@@ -67,10 +68,10 @@ int CLastScanInfo::GetLastDetectInfo(LastDetectRecord* record) const
 {
     if (record == nullptr)
         return 0;
-    record->type = ReadNumber(TEXT("LastDetectType"), kNeverWritten);
-    record->time = ReadNumber(TEXT("LastDetectTime"), 0);
-    record->file = ReadText(TEXT("LastDetectFile"));
-    record->threat = ReadText(TEXT("LastDetectVirus"));
+    record->type = ReadNumber(LastDetectType, kNeverWritten);
+    record->time = ReadNumber(LastDetectTime, 0);
+    record->file = ReadText(LastDetectFile);
+    record->threat = ReadText(LastDetectVirus);
     return 1;
 }
 

@@ -1,12 +1,4 @@
-// The last file scanned and the last detection, in the registry for the suite's user interface:
-// HKLM\Software\Veltrano\Ardentis\15\ScanInfo, 32-bit view.
-//
-//   LastScanType, LastScanTime, LastScanFile
-//   LastDetectType, LastDetectTime, LastDetectFile, LastDetectVirus
-//
-// Types and times are REG_DWORD, texts REG_SZ. A time is seconds since 1 January 1970 UTC, kept in 32
-// bits. The time of a scan is written only when its type is not 0, so the service, which writes type 0,
-// leaves what others have written; the time of a detection is written always.
+// Writes and reads the record of the last file scanned and of the last detection (ScanInfoFormat.h).
 #pragma once
 
 #include "platform/win32.h"

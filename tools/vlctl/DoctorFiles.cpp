@@ -1,5 +1,7 @@
 // What lies on the disk: libraries, patterns, room, and what an earlier run has left.
 #include "ARDCommon/NotifyFormat.h"
+#include "ARDCommon/RollbackFormat.h"
+#include "ARDCommon/ScanInfoFormat.h"
 #include "platform/Format.h"
 #include "platform/Unique.h"
 #include "suite/Channel/ReceiverList.h"
@@ -124,7 +126,7 @@ void CheckClock(const Patient& patient, Findings& findings)
     constexpr std::uint32_t earliest = 1704067200; // 2024
     if (Now() < earliest)
         findings.Problem(check, "it says " + UtcText(Now()), remedy);
-    const auto last = MachineNumber(TEXT("Software\\Veltrano\\Ardentis\\15\\ScanInfo"), TEXT("LastDetectTime"));
+    const auto last = MachineNumber(kScanInfoKey, ScanInfoValue::LastDetectTime);
     if (last && *last > Now() && *last - Now() > 24 * 3600)
         findings.Warning(check, "the last detection is of " + UtcText(*last) + ", which is still to come", remedy);
     const auto patterns = scan::ListPatterns(scan::ToHost(patient.folder), scan::VirusStem, scan::PatternKind::Virus);
@@ -174,7 +176,7 @@ void CheckObjects(Findings& findings)
 void CheckStale(const Patient& patient, Findings& findings)
 {
     constexpr const char* check = "stale";
-    const auto runs = MachineNumber(TEXT("Software\\Veltrano\\Ardentis\\15\\Rollback"), TEXT("RTSStatus"));
+    const auto runs = MachineNumber(kRollbackKey, RollbackValue::RtsStatus.name);
     if (patient.process == 0 && runs.value_or(0) != 0)
         findings.Warning(check, "the service did not end in order", "vlctl service start, and see what the logs say");
     if (const auto list = ReceiverList::Open(kVirusFoundChannel))

@@ -3,8 +3,8 @@
 #include "platform/Format.h"
 #include "platform/Text.h"
 #include "tools/vlctl/Command.h"
+#include "tools/vlctl/Machine.h"
 #include "tools/vlctl/QuarantineStore.h"
-#include "tools/vlctl/RegistryValue.h"
 #include "tools/vlctl/Text.h"
 
 #include <algorithm>
@@ -15,7 +15,6 @@ namespace vlt::ctl
 namespace
 {
 
-constexpr WCHAR ProductKey[] = TEXT("Software\\Veltrano\\Ardentis");
 constexpr std::size_t MaxPatternFile = 256u << 20; // more no engine loads
 
 // Names that are not those of patterns, so that neither an engine nor the service's count sees them.
@@ -30,16 +29,10 @@ WString OldName(const WString& name)
 
 WString ApplicationFolder()
 {
-    RegKey key;
-    const LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, ProductKey, 0, KEY_READ | KEY_WOW64_32KEY, key.Receive());
-    if (status == static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND))
-        throw CommandError(ExitNo, "the suite is not installed: no key " + Utf8(ProductKey),
-                           "vlctl registry set HKLM\\" + Utf8(ProductKey) + " 'Application Path' FOLDER");
-    if (status != static_cast<LSTATUS>(ERROR_SUCCESS))
-        FailWith(static_cast<DWORD>(status), Utf8(ProductKey));
-    WString folder = FromUtf8(DataText(ReadValue(key.Get(), "Application Path")));
-    if (!folder.empty() && folder.back() != '\\')
-        folder += '\\';
+    const WString folder = SuiteFolder();
+    if (folder.empty())
+        throw CommandError(ExitNo, "the suite is not installed: the registry does not say where it is",
+                           "vlctl registry set HKLM\\Software\\Veltrano\\Ardentis 'Application Path' FOLDER");
     return folder;
 }
 

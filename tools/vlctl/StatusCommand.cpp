@@ -1,6 +1,8 @@
 // vlctl status: is this machine protected, and if not, why.
 #include "ARDCommon/NotifyFormat.h"
 #include "ARDCommon/RealTimeSettings.h"
+#include "ARDCommon/RollbackFormat.h"
+#include "ARDCommon/ScanInfoFormat.h"
 #include "platform/Format.h"
 #include "platform/Text.h"
 #include "suite/Channel/ReceiverList.h"
@@ -19,9 +21,6 @@ using suite::ReceiverList;
 namespace
 {
 
-constexpr WCHAR ScanInfoKey[] = TEXT("Software\\Veltrano\\Ardentis\\15\\ScanInfo");
-constexpr WCHAR RollbackKey[] = TEXT("Software\\Veltrano\\Ardentis\\15\\Rollback");
-
 Json TextOrNull(const WString& text)
 {
     return text.empty() ? Json() : Json(Utf8(text));
@@ -29,34 +28,38 @@ Json TextOrNull(const WString& text)
 
 Json LastDetection()
 {
-    const WString file = MachineText(ScanInfoKey, TEXT("LastDetectFile")).value_or(WString());
-    const WString threat = MachineText(ScanInfoKey, TEXT("LastDetectVirus")).value_or(WString());
+    const WString file = MachineText(kScanInfoKey, ScanInfoValue::LastDetectFile).value_or(WString());
+    const WString threat = MachineText(kScanInfoKey, ScanInfoValue::LastDetectVirus).value_or(WString());
     if (file.empty() && threat.empty())
         return {};
-    return {{"time", UtcText(MachineNumber(ScanInfoKey, TEXT("LastDetectTime")).value_or(0))},
+    return {{"time", UtcText(MachineNumber(kScanInfoKey, ScanInfoValue::LastDetectTime).value_or(0))},
             {"threat", TextOrNull(threat)},
             {"file", TextOrNull(file)}};
 }
 
-// As the service counts: a missing or zero limit is 2.
-DWORD Limit(const WCHAR* name)
+DWORD Stored(const RollbackValue::Number& value)
 {
-    const DWORD limit = MachineNumber(RollbackKey, name).value_or(0);
-    return limit == 0 ? 2 : limit;
+    return MachineNumber(kRollbackKey, value.name).value_or(value.fallback);
+}
+
+// As the service counts: zero stands for the default.
+DWORD Limit(const RollbackValue::Number& value)
+{
+    const DWORD limit = Stored(value);
+    return limit == 0 ? value.fallback : limit;
 }
 
 Json Rollback()
 {
-    const auto number = [](const WCHAR* name) { return MachineNumber(RollbackKey, name).value_or(0); };
-    const bool automatic = MachineNumber(RollbackKey, TEXT("EnableAuto")).value_or(1) != 0;
-    const WString rolledBack = MachineText(RollbackKey, TEXT("RB_PatName")).value_or(WString());
+    using namespace RollbackValue;
+    const bool automatic = Stored(EnableAuto) != 0;
     return {{"automatic", automatic},
-            {"probation", automatic && number(TEXT("RollbackFlag")) != 0},
-            {"normalStops", number(TEXT("NormalCounter"))},
-            {"normalStopsNeeded", Limit(TEXT("FreqNormal"))},
-            {"abnormalEnds", number(TEXT("AbnormalCounter"))},
-            {"abnormalEndsNeeded", Limit(TEXT("FreqAbnormal"))},
-            {"rolledBack", TextOrNull(rolledBack)}};
+            {"probation", automatic && Stored(RollbackFlag) != 0},
+            {"normalStops", Stored(NormalCounter)},
+            {"normalStopsNeeded", Limit(FreqNormal)},
+            {"abnormalEnds", Stored(AbnormalCounter)},
+            {"abnormalEndsNeeded", Limit(FreqAbnormal)},
+            {"rolledBack", TextOrNull(MachineText(kRollbackKey, RbPatName).value_or(WString()))}};
 }
 
 Json Receivers()
@@ -121,23 +124,24 @@ void Status(Run& run)
     const auto info = [&](const WCHAR* name) {
         return installed ? TextOrNull(IniText(folder, TEXT("Info"), name)) : Json();
     };
-    PrintAnswer(run, {{"protection", protection},
-                      {"reasons", reasons},
-                      {"mode", engine.mode},
-                      {"modeReason", engine.reason.empty() || engine.mode == "unknown" ? Json() : Json(engine.reason)},
-                      {"monitoring", monitoring},
-                      {"guarded", engine.folders},
-                      {"service", installed ? ServiceStateName(service.dwCurrentState) : "not installed"},
-                      {"processId", running ? Json(service.dwProcessId) : Json()},
-                      {"engineVersion", info(TEXT("Engine"))},
-                      {"virusPattern", TextOrNull(pattern)},
-                      {"spywarePattern", info(TEXT("SpyWare"))},
-                      {"lastDetection", LastDetection()},
-                      {"lastScanned", TextOrNull(MachineText(ScanInfoKey, TEXT("LastScanFile")).value_or(WString()))},
-                      {"counters", engine.counters},
-                      {"receivers", Receivers()},
-                      {"securityCentre", ReportedProtection()},
-                      {"rollback", Rollback()}});
+    PrintAnswer(
+        run, {{"protection", protection},
+              {"reasons", reasons},
+              {"mode", engine.mode},
+              {"modeReason", engine.reason.empty() || engine.mode == "unknown" ? Json() : Json(engine.reason)},
+              {"monitoring", monitoring},
+              {"guarded", engine.folders},
+              {"service", installed ? ServiceStateName(service.dwCurrentState) : "not installed"},
+              {"processId", running ? Json(service.dwProcessId) : Json()},
+              {"engineVersion", info(TEXT("Engine"))},
+              {"virusPattern", TextOrNull(pattern)},
+              {"spywarePattern", info(TEXT("SpyWare"))},
+              {"lastDetection", LastDetection()},
+              {"lastScanned", TextOrNull(MachineText(kScanInfoKey, ScanInfoValue::LastScanFile).value_or(WString()))},
+              {"counters", engine.counters},
+              {"receivers", Receivers()},
+              {"securityCentre", ReportedProtection()},
+              {"rollback", Rollback()}});
 }
 
 } // namespace
